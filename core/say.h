@@ -1,0 +1,17 @@
+// The daemon's two printers; there is no third. Texts stand as they are: no prefix, no line end
+// is added.
+#pragma once
+
+namespace rcmd {
+
+/// Greater than 0: diagnostics are written. Set to 1 by option -d.
+extern int debug;
+
+/// Writes to standard error when `debug` is greater than 0; otherwise does nothing.
+void diag(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Opens the device's console, writes the text in one piece and closes it, whatever `debug` says.
+/// @return false when the console could not be opened
+bool console(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace rcmd

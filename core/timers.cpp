@@ -1,0 +1,15 @@
+#include "core/timers.h"
+
+namespace rcmd {
+
+void rearm(RcmTimer& timer, std::intptr_t interval_s) {
+  del_event(&timer);
+  timer.interval = interval_s;
+  add_event(&timer);
+}
+
+void cancel(RcmTimer& timer) {
+  del_event(&timer);
+}
+
+} // namespace rcmd

@@ -1,0 +1,4 @@
+// Links a room whole, with nothing but what it declares.
+int main() {
+  return 0;
+}
