@@ -161,7 +161,8 @@ struct World {
   bool semaphores_missing = false; ///< semget fails
   int semop_fails_at = -1;
   int semops = 0;
-  int readers = 0; ///< semaphore 0
+  int readers = 0;               ///< semaphore 0
+  std::int32_t real_ipc_key = 0; ///< not 0: the kernel's own objects of this key, nothing noted
 
   World();
   ~World();
