@@ -89,7 +89,7 @@ class BackupNvramProperty : public fake::Fixture, public ::testing::WithParamInt
 TEST_P(BackupNvramProperty, AnyImageNameAndValueGiveWhatThePlainModelGives) {
   Dice dice(GetParam());
   int changed = 0;
-  for (int round = 0; round < 1500; round++) {
+  for (int round = 0; round < 500; round++) {
     const std::string before = random_image(dice);
     const std::string name = dice.one_of(kNames);
     const std::string value = random_value(dice);
@@ -107,7 +107,7 @@ TEST_P(BackupNvramProperty, AnyImageNameAndValueGiveWhatThePlainModelGives) {
         << "round " << round << ", name " << name << ", value " << value;
     changed += after != before ? 1 : 0;
   }
-  EXPECT_GT(changed, 300) << "the images and names hardly ever meet";
+  EXPECT_GT(changed, 100) << "the images and names hardly ever meet";
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, BackupNvramProperty, ::testing::Values(1U, 2U, 3U, 20240817U));
