@@ -80,6 +80,9 @@ int nvram_commit() {
 
 int register_fd_desc(int fd, FdHandler handler, void* arg) {
   world().note("register " + std::to_string(fd));
+  if (world().watch_table_full) {
+    return -1;
+  }
   world().watches.push_back({fd, handler, arg, 0});
   return 0;
 }
