@@ -35,6 +35,7 @@ Word sliced(const std::array<std::array<Word, 256>, rows>& tables, const uint8_t
             Word value) {
   for (; length >= rows; length -= rows, at += rows) {
     Word next = 0;
+#pragma GCC unroll 8
     for (size_t i = 0; i < rows; i++) {
       const unsigned old = i < sizeof(Word) ? static_cast<unsigned>(value >> (8 * i)) : 0;
       next = static_cast<Word>(next ^ tables[rows - 1 - i][(at[i] ^ old) & 0xFFU]);
@@ -85,12 +86,13 @@ uint16_t crc16(const void* data, size_t length, uint16_t initial) {
   uint64_t ring[kFoldWords] = {};
   memcpy(ring, start, sizeof start);
   const size_t taken = fold(at, length, ring);
-  uint8_t rest[kFoldBytes];
-  memcpy(rest, ring, sizeof rest);
-  for (size_t i = 0; i < kFoldBytes; i++) {
-    rest[i] ^= at[taken + i];
+  for (size_t i = 0; i < kFoldWords; i++) {
+    uint64_t word = 0;
+    memcpy(&word, at + taken + i * sizeof word, sizeof word);
+    ring[i] ^= word;
   }
-  const uint16_t value = sliced(kTables16, rest, sizeof rest, uint16_t{0});
+  const auto* rest = reinterpret_cast<const uint8_t*>(ring);
+  const uint16_t value = sliced(kTables16, rest, sizeof ring, uint16_t{0});
   return sliced(kTables16, at + taken + kFoldBytes, length - taken - kFoldBytes, value);
 }
 
