@@ -27,7 +27,7 @@ std::string fresh_temporary_folder() {
 std::string named_folder(const std::string& wanted) {
   const fs::path root = fs::absolute(wanted).lexically_normal();
   fs::create_directories(root);
-  const std::string text = fs::canonical(root).string();
+  std::string text = fs::canonical(root).string();
   if (text == "/" || (!fs::is_empty(text) && !fs::exists(text + kMark)))
     throw std::runtime_error(text + " holds something else than a virtual router");
   return text;
