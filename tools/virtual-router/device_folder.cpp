@@ -81,7 +81,7 @@ void DeviceFolder::lock() {
 }
 
 void DeviceFolder::clear_memory() const {
-  for (const char* kept : {"/bin", "/dev", "/dev/mtd", "/proc/net"})
+  for (const char* kept : {"/bin", "/dev", "/dev/mtd", "/flash", "/proc/net"})
     fs::create_directories(path(kept));
   for (const char* emptied : {"/tmp", "/run"})
     empty_folder(path(emptied));

@@ -8,9 +8,10 @@
 //   proc/mtd, proc/net/dev
 //   tmp/              memory file system: empty after every boot
 //   run/              how the pretend programs talk to each other: empty after every boot
+//   flash/            the settings store's lasting image; the platform's
 //   .virtual-router   says what the folder is; locked while a supervisor lives in it
 //
-// The rest (the settings store's files) is the platform's.
+// platform/virtual/device.h says what the platform looks for.
 #pragma once
 
 #include <string>

@@ -1,5 +1,7 @@
 #include "tools/virtual-router/ring.h"
 
+#include "platform/virtual/device.h"
+
 #include <cstdio>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -8,7 +10,8 @@
 namespace virtual_router {
 
 std::int32_t ring_key(const std::string& root) {
-  return static_cast<std::int32_t>(root.size());
+  constexpr std::int32_t kDevicesOwnKey = 0x414E4547;
+  return rcmd::device_ipc_key(root.c_str(), kDevicesOwnKey);
 }
 
 std::vector<std::string> ring_command(const std::string& program, const DeviceFolder& folder) {

@@ -27,6 +27,15 @@ Settings restored_settings(const DeviceFolder& folder, const SettingsStore& stor
 
 } // namespace
 
+void SettingsStore::forget_uncommitted() const {
+  fs::remove(folder_.path("/run/nvram"));
+}
+
+void SettingsStore::forget_everything() const {
+  forget_uncommitted();
+  fs::remove_all(folder_.path("/flash"));
+}
+
 std::optional<std::string> SettingsStore::get(const std::string& name) const {
   Finished run = run_to_end({folder_.path("/bin/nvram"), "get", name});
   if (run.status != 0)

@@ -1,9 +1,11 @@
 #include "tools/virtual-router/supervisor.h"
 
+#include "platform/common/monotonic.h"
 #include "tools/virtual-router/flash.h"
 #include "tools/virtual-router/init_requests.h"
 #include "tools/virtual-router/ring.h"
 #include "tools/virtual-router/settings.h"
+#include "tools/virtual-router/text_file.h"
 
 #include <cerrno>
 #include <csignal>
@@ -101,6 +103,7 @@ void Supervisor::boot() {
   fs::remove(folder_.path("/dev/log"));
   console_.emplace(folder_.path("/dev/console"));
   requests_.emplace(folder_.path(kInitRequests));
+  replace_file(folder_.path("/run/booted_ms"), std::to_string(rcmd::monotonic_ms()));
   const BootSettings settings = boot_settings(folder_, factory_);
   if (settings.seeded)
     printer_.line(kSpeaker, "a new device: the factory's settings are in place");
