@@ -34,6 +34,7 @@ struct Datagram {
   Bytes bytes;
   sockaddr_in peer; ///< where it goes, or where it comes from
   std::int64_t at_ms;
+  int flags = 0; ///< of the send
 };
 
 struct ToolRun {
@@ -120,7 +121,7 @@ struct World {
                const std::string& from = "127.0.0.1", std::uint16_t from_port = 1162);
   /// A socket that exists already, as if accepted or opened.
   int make_socket(std::uint16_t port = 0);
-  std::deque<int> connections; ///< what net_accept hands out; empty: it fails
+  std::deque<int> connections;   ///< what net_accept hands out; empty: it fails
   bool watch_table_full = false; ///< register_fd_desc fails
   std::vector<Watch> watches;
   [[nodiscard]] bool watched(int fd) const;

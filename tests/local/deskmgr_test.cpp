@@ -356,6 +356,12 @@ TEST_F(DeskmgrConnect, AFailedSendIsNotReported) {
   EXPECT_TRUE(world().watched(fd));
 }
 
+TEST_F(DeskmgrConnect, AnAnswerNeitherWaitsNorRaisesASignal) {
+  const int fd = connection();
+  read(fd, request("0001"));
+  EXPECT_EQ(world().sent[0].flags, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
 TEST_F(DeskmgrConnect, AStoreThatRefusesIsStillAnsweredWithDone) {
   const int fd = connection();
   world().nvram_set_result = -1;
