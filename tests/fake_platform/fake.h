@@ -121,6 +121,7 @@ struct World {
   /// A socket that exists already, as if accepted or opened.
   int make_socket(std::uint16_t port = 0);
   std::deque<int> connections; ///< what net_accept hands out; empty: it fails
+  bool watch_table_full = false; ///< register_fd_desc fails
   std::vector<Watch> watches;
   [[nodiscard]] bool watched(int fd) const;
   /// Calls the handler of a watched descriptor once. @return its result
@@ -161,7 +162,8 @@ struct World {
   bool semaphores_missing = false; ///< semget fails
   int semop_fails_at = -1;
   int semops = 0;
-  int readers = 0; ///< semaphore 0
+  int readers = 0;               ///< semaphore 0
+  std::int32_t real_ipc_key = 0; ///< not 0: the kernel's own objects of this key, nothing noted
 
   World();
   ~World();
