@@ -37,9 +37,9 @@ TEST(Checksums, NoBytesGiveTheInitialValue) {
   EXPECT_EQ(crc32("", 0, 0x12345678), 0x12345678U);
 }
 
-TEST(Checksums, EveryLengthAroundTheSlicesAgreesWithTheDefinition) {
+TEST(Checksums, EveryLengthUpToAFragmentsAgreesWithTheDefinition) {
   std::vector<std::uint8_t> bytes;
-  for (unsigned i = 0; i < 70; i++) {
+  for (unsigned i = 0; i < 1100; i++) {
     EXPECT_EQ(crc16(bytes.data(), bytes.size(), 0xFFFF), plain_crc16(bytes, 0xFFFF)) << i;
     EXPECT_EQ(crc32(bytes.data(), bytes.size(), 0xFFFFFFFF), plain_crc32(bytes, 0xFFFFFFFF)) << i;
     bytes.push_back(static_cast<std::uint8_t>(i * 73 + 200));
