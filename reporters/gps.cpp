@@ -12,7 +12,7 @@ namespace rcmd {
 namespace {
 
 // Two values of 4000 characters fit the packet; what is longer is no position, and is cut.
-static_assert(kMaxPayloadBytes > sizeof "lat=;long=" + 2 * 4000);
+static_assert(kMaxPayloadBytes > sizeof "lat=;long=" + 8000);
 
 // @return the payload's length, its NUL included
 std::size_t write_position(RcmContext& context) {
