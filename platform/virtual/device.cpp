@@ -11,12 +11,16 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
+
+extern "C" { // glibc 2.36's header leaves this out
+#include <sys/pidfd.h>
+}
 
 namespace rcmd {
 
@@ -102,9 +106,9 @@ int open_console() {
 
 /// A handle that names this child and nobody else, whatever becomes of its number.
 void kill_child(int pid) {
-  const UniqueFd child(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  const UniqueFd child(pidfd_open(pid, 0));
   if (child) {
-    syscall(SYS_pidfd_send_signal, child.get(), 9, nullptr, 0);
+    pidfd_send_signal(child.get(), SIGKILL, nullptr, 0);
   }
 }
 
