@@ -48,7 +48,8 @@ int read_options(int argc, char** argv, Options& options) {
   add_setting_option(app, options, "--model", "product_model", "the product model");
   app.add_option("--daemon", options.daemon,
                  "the daemon to run: a program, or several words such as \"valgrind rcmd-virtual\"")
-      ->delimiter(' ');
+      ->delimiter(' ')
+      ->allow_extra_args(false);
   app.add_option("--time-scale", options.time_scale, "the device's clock runs N times as fast")
       ->capture_default_str()
       ->check(CLI::Range(1, 3600));

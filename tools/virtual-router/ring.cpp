@@ -2,6 +2,7 @@
 
 #include "platform/virtual/device.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -14,10 +15,22 @@ std::int32_t ring_key(const std::string& root) {
   return rcmd::device_ipc_key(root.c_str(), kDevicesOwnKey);
 }
 
-std::vector<std::string> ring_command(const std::string& program, const DeviceFolder& folder) {
+std::vector<std::string> ring_command(const std::string& program, const DeviceFolder& folder,
+                                      const BootTime& boot, unsigned time_scale) {
+  constexpr unsigned kMark_s = 1200; // of the device's
   char key[16];
   std::snprintf(key, sizeof key, "0x%08X", static_cast<unsigned>(ring_key(folder.root())));
-  return {program, "--socket", folder.path("/dev/log"), "--key", key};
+  return {program,
+          "--socket",
+          folder.path("/dev/log"),
+          "--key",
+          key,
+          "--boot",
+          std::to_string(boot.machine_uptime_s),
+          "--scale",
+          std::to_string(time_scale),
+          "--mark",
+          std::to_string(std::max(kMark_s / time_scale, 1U))};
 }
 
 void remove_ring(const DeviceFolder& folder) {

@@ -2,6 +2,7 @@
 // device has a key of its own, so that several live side by side.
 #pragma once
 
+#include "tools/virtual-router/boot_time.h"
 #include "tools/virtual-router/device_folder.h"
 
 #include <cstdint>
@@ -14,7 +15,8 @@ namespace virtual_router {
 std::int32_t ring_key(const std::string& root);
 
 /// How `program` is started as this device's syslog daemon.
-std::vector<std::string> ring_command(const std::string& program, const DeviceFolder& folder);
+std::vector<std::string> ring_command(const std::string& program, const DeviceFolder& folder,
+                                      const BootTime& boot, unsigned time_scale);
 
 /// Removes the objects if they are there: after a syslog daemon that could not do so itself.
 void remove_ring(const DeviceFolder& folder);

@@ -5,7 +5,7 @@ namespace virtual_router {
 namespace {
 
 constexpr std::chrono::milliseconds kPatience(1000);
-constexpr std::chrono::milliseconds kPause(500);
+constexpr std::chrono::milliseconds kPause(200);
 constexpr std::chrono::seconds kShortLife(5);
 constexpr int kMostShortLives = 5;
 

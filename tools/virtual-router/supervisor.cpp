@@ -1,6 +1,5 @@
 #include "tools/virtual-router/supervisor.h"
 
-#include "platform/common/monotonic.h"
 #include "tools/virtual-router/flash.h"
 #include "tools/virtual-router/init_requests.h"
 #include "tools/virtual-router/ring.h"
@@ -62,7 +61,6 @@ Supervisor::Supervisor(const Options& options, std::string programs, Printer& pr
   for (const auto& tool : folder_.link_tools(programs_))
     printer_.line(kSpeaker, "the tool " + tool + " is missing: its program is not built");
   make_flash(folder_, kept_in_backup(factory_));
-  add_services();
 }
 
 Supervisor::~Supervisor() {
@@ -77,25 +75,28 @@ void Supervisor::set_environment() const {
   setenv("TZ", "UTC0", 1); // the device keeps its clock in UTC
 }
 
-void Supervisor::add_services() {
+void Supervisor::add_services(const BootTime& boot_time) {
+  services_.clear();
   const std::string ring = programs_ + "/ring-syslogd";
   if (fs::exists(ring))
-    services_.push_back(
-        std::make_unique<Service>("syslogd", ring_command(ring, folder_), printer_));
+    add_service("syslogd", ring_command(ring, folder_, boot_time, options_.time_scale), "/dev/log");
   else
     printer_.line(kSpeaker, "there is no syslog daemon: ring-syslogd is not built");
-  services_.push_back(std::make_unique<Service>(
-      "software",
-      std::vector<std::string>{programs_ + "/virtual-software",
-                               std::to_string(options_.log_lines_per_minute)},
-      printer_));
+  add_service("software",
+              {programs_ + "/virtual-software", std::to_string(options_.log_lines_per_minute)},
+              "/run/stations");
   std::vector<std::string> daemon = options_.daemon;
   if (daemon.empty())
     daemon = {programs_ + "/rcmd-virtual"};
   daemon.insert(daemon.end(), {"-m", options_.domain, "-s", options_.server});
   if (options_.debug)
     daemon.emplace_back("-d");
-  services_.push_back(std::make_unique<Service>("rcmd", daemon, printer_));
+  add_service("rcmd", daemon, "/");
+}
+
+void Supervisor::add_service(const std::string& speaker, std::vector<std::string> command,
+                             const std::string& shows) {
+  services_.push_back({std::make_unique<Service>(speaker, std::move(command), printer_), shows});
 }
 
 void Supervisor::boot() {
@@ -103,7 +104,8 @@ void Supervisor::boot() {
   fs::remove(folder_.path("/dev/log"));
   console_.emplace(folder_.path("/dev/console"));
   requests_.emplace(folder_.path(kInitRequests));
-  replace_file(folder_.path("/run/booted_ms"), std::to_string(rcmd::monotonic_ms()));
+  const BootTime boot_time = boot_now();
+  replace_file(folder_.path("/run/booted_ms"), std::to_string(boot_time.monotonic_ms));
   const BootSettings settings = boot_settings(folder_, factory_);
   if (settings.seeded)
     printer_.line(kSpeaker, "a new device: the factory's settings are in place");
@@ -111,21 +113,22 @@ void Supervisor::boot() {
     printer_.line(kSpeaker, "the factory's settings are restored");
   if (!settings.version.empty())
     printer_.line(kSpeaker, "the firmware image carries version " + settings.version);
+  add_services(boot_time);
   start_services();
 }
 
+// Each waits for the one before it to be at work, so that the daemon finds a device that is whole.
 void Supervisor::start_services() {
-  for (const auto& service : services_) {
-    service->start();
-    if (service == services_.front() && services_.size() > 2)
-      wait_for_path(folder_.path("/dev/log"));
+  for (const auto& started : services_) {
+    started.service->start();
+    wait_for_path(folder_.path(started.shows));
   }
   printer_.line(kSpeaker, "the device is up");
 }
 
 void Supervisor::take_down() {
   for (auto service = services_.rbegin(); service != services_.rend(); ++service)
-    (*service)->stop();
+    service->service->stop();
   if (console_)
     printer_.text("console", console_->take());
   console_.reset();
@@ -146,8 +149,8 @@ int Supervisor::run() {
     wait_for_something();
     if (console_)
       printer_.text("console", console_->take());
-    for (const auto& service : services_)
-      service->show_output();
+    for (const auto& started : services_)
+      started.service->show_output();
     serve_signals();
     if (!end_status_)
       serve_requests();
@@ -164,17 +167,18 @@ void Supervisor::wait_for_something() {
   std::vector<pollfd> ready = {{signals_, POLLIN, 0},
                                {console_ ? console_->fd() : -1, POLLIN, 0},
                                {requests_ ? requests_->fd() : -1, POLLIN, 0}};
-  for (const auto& service : services_)
-    ready.push_back({service->output(), POLLIN, 0});
+  for (const auto& started : services_)
+    ready.push_back({started.service->output(), POLLIN, 0});
   poll(ready.data(), ready.size(), milliseconds_to_wait());
 }
 
 int Supervisor::milliseconds_to_wait() const {
   int wait_ms = printer_.waits() ? 50 : 1000;
-  for (const auto& service : services_) {
-    if (!service->due())
+  for (const auto& started : services_) {
+    const auto due = started.service->due();
+    if (!due)
       continue;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*service->due() - Clock::now());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - Clock::now());
     wait_ms = std::min(wait_ms, std::max(static_cast<int>(left.count()), 0));
   }
   return wait_ms;
@@ -194,13 +198,13 @@ void Supervisor::serve_requests() {
 }
 
 void Supervisor::watch_services() {
-  for (const auto& service : services_) {
-    if (!service->watch()) {
+  for (const auto& started : services_) {
+    if (!started.service->watch()) {
       printer_.line(kSpeaker, "a program that the device needs keeps ending at once; giving up");
       end_status_ = 1;
       return;
     }
-    service->start_if_due();
+    started.service->start_if_due();
   }
 }
 

@@ -2,6 +2,7 @@
 // restart, and takes everything down at the end. One thread, one poll.
 #pragma once
 
+#include "tools/virtual-router/boot_time.h"
 #include "tools/virtual-router/defaults.h"
 #include "tools/virtual-router/device_folder.h"
 #include "tools/virtual-router/fifo.h"
@@ -28,7 +29,9 @@ public:
 
 private:
   void set_environment() const;
-  void add_services();
+  void add_services(const BootTime& boot_time);
+  void add_service(const std::string& speaker, std::vector<std::string> command,
+                   const std::string& shows);
   void boot();
   void take_down();
   void restart(const std::string& reason);
@@ -48,7 +51,11 @@ private:
   int signals_;
   std::optional<Fifo> console_;
   std::optional<Fifo> requests_;
-  std::vector<std::unique_ptr<Service>> services_; ///< in the order of their start
+  struct Started {
+    std::unique_ptr<Service> service;
+    std::string shows; ///< the device path whose being there says that it is at work
+  };
+  std::vector<Started> services_; ///< in the order of their start
   std::optional<int> end_status_;
 };
 
