@@ -39,9 +39,10 @@ public:
       fs::remove_all(folder);
     }
   }
+  /// All but the settings store, which the process has open.
   void make_new() const {
-    for (const auto& entry : fs::directory_iterator(folder)) {
-      fs::remove_all(entry);
+    for (const char* name : {"bin", "dev", "tmp", "run/init", "flash/backup"}) {
+      fs::remove_all(folder + "/" + name);
     }
     for (const char* name : {"bin", "dev", "flash", "run", "tmp"}) {
       fs::create_directory(folder + "/" + name);

@@ -22,17 +22,15 @@ struct Options {
   std::string address;
   std::uint16_t scan_port = 2719;
   std::uint16_t manager_port = 5000;
-  int timeout_ms = 0;
+  int discover_ms = 2000; ///< how long each command waits for answers
+  int set_ms = 10000;
+  int order_ms = 3000;
   bool json = false;
   bool udp = false;
   std::string community;
   std::string lan_address;
   std::string lan_address2;
   std::uint32_t reconnect_interval_s = 0;
-
-  [[nodiscard]] std::chrono::milliseconds timeout() const {
-    return std::chrono::milliseconds(timeout_ms);
-  }
 };
 
 Address checked_address(const std::string& text) {
@@ -79,12 +77,12 @@ void print_table(const std::vector<Found>& all) {
 }
 
 int run_discover(const Options& options) {
-  const auto all =
-      discover({checked_address(options.broadcast), options.scan_port}, options.timeout());
+  const auto all = discover({checked_address(options.broadcast), options.scan_port},
+                            std::chrono::milliseconds(options.discover_ms));
   if (options.json) {
     print_json(all);
   } else if (all.empty()) {
-    std::fprintf(stderr, "rcm-lan: no router answered within %d ms\n", options.timeout_ms);
+    std::fprintf(stderr, "rcm-lan: no router answered within %d ms\n", options.discover_ms);
   } else {
     print_table(all);
   }
@@ -105,11 +103,12 @@ int run_set(const Options& options, const CLI::App& command) {
   if (command.count("--reconnect-interval") > 0) {
     changes.reconnect_interval_s = options.reconnect_interval_s;
   }
-  if (!set({checked_address(options.address), options.scan_port}, changes, options.timeout())) {
+  if (!set({checked_address(options.address), options.scan_port}, changes,
+           std::chrono::milliseconds(options.set_ms))) {
     std::fprintf(stderr,
                  "rcm-lan: no answer from %s within %d ms; it may have no backup partition, or "
                  "its scan service has ended\n",
-                 options.address.c_str(), options.timeout_ms);
+                 options.address.c_str(), options.set_ms);
     return kNotDone;
   }
   std::printf("%s has taken the values and restarts\n", options.address.c_str());
@@ -134,7 +133,8 @@ int say_result(Order order, std::uint32_t result) {
 int run_order(const Options& options, Order order) {
   const Peer router{checked_address(options.address), options.manager_port};
   const auto [kind, result] =
-      give_order(router, order, options.udp ? Transport::kUdp : Transport::kTcp, options.timeout());
+      give_order(router, order, options.udp ? Transport::kUdp : Transport::kTcp,
+                 std::chrono::milliseconds(options.order_ms));
   switch (kind) {
   case Outcome::kRefusedConnection:
     return say_no_order(options, "connection refused: the router serves the desktop manager in "
@@ -154,14 +154,10 @@ int run_order(const Options& options, Order order) {
   return say_result(order, result);
 }
 
-void add_timeout(CLI::App& command, Options& options, int default_ms) {
-  command
-      .add_option_function<int>(
-          "--timeout", [&options](int value) { options.timeout_ms = value; },
-          "milliseconds to wait for answers")
+void add_timeout(CLI::App& command, int& timeout_ms) {
+  command.add_option("--timeout", timeout_ms, "milliseconds to wait for answers")
       ->check(CLI::Range(1, 600'000))
-      ->default_val(default_ms)
-      ->run_callback_for_default();
+      ->capture_default_str();
 }
 
 void add_address(CLI::App& command, Options& options) {
@@ -178,7 +174,7 @@ CLI::App* add_discover(CLI::App& app, Options& options) {
   command->add_option("--port", options.scan_port, "the scan service's UDP port")
       ->capture_default_str();
   command->add_flag("--json", options.json, "print a JSON list instead of a table");
-  add_timeout(*command, options, 2000);
+  add_timeout(*command, options.discover_ms);
   return command;
 }
 
@@ -204,7 +200,7 @@ CLI::App* add_set(CLI::App& app, Options& options) {
   values->require_option(1, 0);
   command->add_option("--port", options.scan_port, "the scan service's UDP port")
       ->capture_default_str();
-  add_timeout(*command, options, 10000);
+  add_timeout(*command, options.set_ms);
   return command;
 }
 
@@ -214,7 +210,7 @@ void add_order(CLI::App& app, Options& options, const char* name, const char* te
   command->add_option("--port", options.manager_port, "the desktop manager's port")
       ->capture_default_str();
   command->add_flag("--udp", options.udp, "ask by datagram instead of over TCP");
-  add_timeout(*command, options, 3000);
+  add_timeout(*command, options.order_ms);
 }
 
 int run(CLI::App& app, int argc, char** argv) {
