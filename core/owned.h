@@ -36,7 +36,7 @@ public:
   ~UniqueFd() { reset(); }
 
   [[nodiscard]] int get() const { return fd_; }
-  [[nodiscard]] bool is_open() const { return fd_ >= 0; }
+  explicit operator bool() const { return fd_ >= 0; }
   /// Closes what is open and owns `fd` from now on.
   void reset(int fd = -1) {
     if (fd_ >= 0) {

@@ -32,7 +32,7 @@ int do_rcm_config_download(RcmContext* context, std::uint32_t total_length,
   diag("Begin to download config file form RCM server totlen = %d , fragment = %d ... \n",
        static_cast<int>(total_length), fragment_count);
   const UniqueFd file(create_download_file(kConfigFilePath));
-  if (!file.is_open()) {
+  if (!file) {
     return kFailure;
   }
   const Download download = {do_request_config_fragment, 0, fragment_count, "!",

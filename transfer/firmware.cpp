@@ -79,7 +79,7 @@ int do_rcm_download_firmware(RcmContext* context, std::uint32_t total_length,
        static_cast<int>(total_length), fragment_count);
   stop_services();
   const UniqueFd file(create_download_file(kFirmwareFile));
-  if (!file.is_open()) {
+  if (!file) {
     return kFailure;
   }
   const Download download = {do_request_fw_fragment, 0, fragment_count, nullptr, kFirmwarePeerDead};

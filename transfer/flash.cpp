@@ -96,7 +96,7 @@ int find_partition(int fd, const char* name) {
 bool open_flash(FlashUpgrade& flash) {
   flash.mtd.reset(mtd_open("linux", O_RDWR));
   MtdInfo info{};
-  if (!flash.mtd.is_open() || mtd_get_info(flash.mtd.get(), &info) != 0 ||
+  if (!flash.mtd || mtd_get_info(flash.mtd.get(), &info) != 0 ||
       info.erase_size < kTrxHeaderBytes) {
     say_error();
     return false;
@@ -199,7 +199,7 @@ int mtd_open(const char* name, int flags) {
   int number = -1;
   {
     const UniqueFd partitions(open(device_path("/proc/mtd"), O_RDONLY | O_CLOEXEC));
-    if (partitions.is_open()) {
+    if (partitions) {
       number = find_partition(partitions.get(), name);
     }
   }

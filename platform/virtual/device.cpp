@@ -1,4 +1,5 @@
 #include "platform/virtual/device.h"
+#include "core/owned.h"
 #include "platform/api/files.h"
 #include "platform/api/ipsec.h"
 #include "platform/api/memory.h"
@@ -7,7 +8,6 @@
 #include "platform/common/hooks.h"
 #include "platform/common/memory.h"
 #include "platform/common/output.h"
-#include "platform/common/unique_fd.h"
 
 #include <fcntl.h>
 #include <limits.h>

@@ -28,7 +28,7 @@ protected:
     rules.first = first;
     rules.last = last;
     const UniqueFd fd(create_download_file(kFile));
-    EXPECT_TRUE(fd.is_open());
+    EXPECT_TRUE(fd);
     return download_fragments(context, rules, fd.get());
   }
   [[nodiscard]] Bytes written() const { return fake::bytes_of(world().read_file(kFile)); }

@@ -341,7 +341,7 @@ protected:
     const UniqueFd fd(mtd_open(name.c_str(), O_RDWR));
     struct stat found {};
     struct stat wanted {};
-    return fd.is_open() && fstat(fd.get(), &found) == 0 && stat(path.c_str(), &wanted) == 0 &&
+    return fd && fstat(fd.get(), &found) == 0 && stat(path.c_str(), &wanted) == 0 &&
            found.st_ino == wanted.st_ino && (fcntl(fd.get(), F_GETFL) & O_ACCMODE) == O_RDWR;
   }
 };
