@@ -35,6 +35,17 @@ TEST_F(SystemLog, ALineCarriesItsTimeSinceBootAsADateInUtc) {
   EXPECT_EQ(output, "2001-09-10 03:48:04s hello  world\n");
 }
 
+TEST_F(SystemLog, TheRingIsReadFromItsBytes) {
+  use_ring(48, 0, '\x2E');
+  const fake::Bytes front = fake::hex("30000000 24000000 0b000000 3a30312068207320780a00");
+  const fake::Bytes back = fake::hex("3020302064203030 3a303000");
+  std::copy(front.begin(), front.end(), ring->segment());
+  std::copy(back.begin(), back.end(), ring->data() + 36);
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s x\n");
+  EXPECT_EQ(ring->data()[36], '1');
+}
+
 TEST_F(SystemLog, TheFirstCallAttachesAndEveryCallTakesAndGivesBackTheSemaphore) {
   EXPECT_EQ(read_log(), 0);
   EXPECT_EQ(read_log(), 0);
