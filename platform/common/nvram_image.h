@@ -44,6 +44,7 @@ private:
 /// instant leaves the old or the new. Unfinished, it leaves the present one alone.
 class NvramImageWriter {
 public:
+  /// @param path  must outlive the writer
   explicit NvramImageWriter(const char* path);
   NvramImageWriter(const NvramImageWriter&) = delete;
   NvramImageWriter& operator=(const NvramImageWriter&) = delete;

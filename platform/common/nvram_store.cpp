@@ -72,7 +72,7 @@ template <typename Source> Extent measure(const Source& source) {
   Extent extent;
   each_record(source, [&](const char* record, size_t name_length) {
     extent.names++;
-    extent.bytes += WorkingCopy::record_bytes(name_length, strlen(record) - name_length - 1);
+    extent.bytes += WorkingCopy::record_bytes(name_length, record + name_length + 1);
   });
   return extent;
 }
@@ -226,7 +226,7 @@ bool NvramStore::put_locked(const NvramPaths& paths, const char* name, const cha
   if (current_.copy.put(name, name_length, value)) {
     return true;
   }
-  const size_t size = WorkingCopy::record_bytes(name_length, value == nullptr ? 0 : strlen(value));
+  const size_t size = WorkingCopy::record_bytes(name_length, value);
   return rebuild(paths, size) && current_.copy.put(name, name_length, value);
 }
 

@@ -100,8 +100,9 @@ size_t WorkingCopy::size_for(size_t names, size_t record_bytes) {
          (records < kMinRecordBytes ? kMinRecordBytes : whole_words(records)) + sizeof(uint32_t);
 }
 
-size_t WorkingCopy::record_bytes(size_t name_length, size_t value_length) {
-  return whole_words(sizeof(uint32_t) + name_length + 1 + value_length + 1);
+size_t WorkingCopy::record_bytes(size_t name_length, const char* value) {
+  const size_t value_bytes = value == nullptr ? 0 : 1 + strlen(value);
+  return whole_words(sizeof(uint32_t) + name_length + value_bytes + 1);
 }
 
 void WorkingCopy::format(size_t names) {
@@ -142,8 +143,7 @@ const char* WorkingCopy::find(const char* name) const {
 
 bool WorkingCopy::put(const char* name, size_t name_length, const char* value) {
   Header& header = header_of(*this);
-  const size_t value_length = value == nullptr ? 0 : strlen(value);
-  const size_t size = record_bytes(name_length, value_length);
+  const size_t size = record_bytes(name_length, value);
   const char* old = nullptr;
   uint32_t* slot = find_slot(*this, name, name_length, &old);
   if (old == nullptr && value == nullptr) {
@@ -160,7 +160,7 @@ bool WorkingCopy::put(const char* name, size_t name_length, const char* value) {
   memcpy(text, name, name_length);
   if (value != nullptr) {
     text[name_length] = '=';
-    memcpy(text + name_length + 1, value, value_length);
+    memcpy(text + name_length + 1, value, strlen(value));
   }
   publish(header.used, static_cast<uint32_t>(offset + size));
   publish(*slot, offset);

@@ -27,8 +27,8 @@ struct WorkingCopy {
 
   /// Bytes of a file with room for `names` names and `record_bytes` of records, and as much again.
   static size_t size_for(size_t names, size_t record_bytes);
-  /// The room that a record takes.
-  static size_t record_bytes(size_t name_length, size_t value_length);
+  /// The room that a record takes; a null value is a removed key.
+  static size_t record_bytes(size_t name_length, const char* value);
 
   /// Writes header and empty slots over a file that is all zero.
   void format(size_t names);
