@@ -124,6 +124,9 @@ int net_listen(int fd, int backlog) {
 }
 
 int net_accept(int fd, sockaddr*, socklen_t*) {
+  if (fails("accept")) {
+    return -1;
+  }
   const fake::Socket* socket = socket_of(fd);
   if (socket == nullptr || !socket->listening || world().connections.empty()) {
     errno = EOPNOTSUPP;
