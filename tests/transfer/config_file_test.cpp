@@ -5,6 +5,7 @@
 #include "tests/transfer/server.h"
 
 #include <algorithm>
+#include <climits>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -150,6 +150,7 @@ TEST_F(Downloads, ShortDamagedAndDatalessPacketsAreSkippedWithoutAMark) {
   world().deliver(1161, tiny(0), 10);
   EXPECT_EQ(download(1), kSuccess);
   EXPECT_EQ(world().diagnostics(), "crc is error\ncrc is error\n#");
+  EXPECT_EQ(world().read_file(kFile), "Z");
 }
 
 TEST_F(Downloads, AnyGoodPacketWithAnAwaitedNumberIsThatFragment) {
