@@ -3,9 +3,14 @@
 #include "core/owned.h"
 #include "core/result.h"
 #include "core/say.h"
+#include "core/text.h"
+#include "reporters/status.h"
 #include "variables/leases.h"
 #include "variables/records.h"
+#include "variables/stations.h"
 #include "variables/tables.h"
+
+#include <cstring>
 
 namespace rcmd {
 
@@ -49,8 +54,12 @@ int do_send_multiple_variable(RcmContext* context, const VariableEntry* table, P
       if (row->scope != scope) {
         continue;
       }
-      const OwnedText value(row->get(unit, row));
-      if (add_variable(area, row->name, value.get()) != kSuccess) {
+      OwnedText value(row->get(unit, row));
+      const int result = add_variable(area, row->name, value.get());
+      if (value.get() == shared_empty_text) {
+        value.release(); // it is nobody's to free
+      }
+      if (result != kSuccess) {
         return kFailure;
       }
     }
@@ -75,10 +84,12 @@ int do_config_send(RcmContext* context) {
 int do_information_send(RcmContext* context) {
   if (do_send_single_variable(context, information_variables, kStatus) != kSuccess ||
       do_send_multiple_variable(context, information_variables, kStatus, kPerWan, kUnits) !=
-          kSuccess) {
+          kSuccess ||
+      do_send_dhcp_status(context, kStatus) != kSuccess) {
     return kFailure;
   }
-  return do_send_dhcp_status(context, kStatus);
+  const bool has_wireless = std::strcmp(nvram_text("wifi_supported"), "1") == 0;
+  return has_wireless ? do_send_wl_stalist(context, kStatus) : kSuccess;
 }
 
 } // namespace rcmd

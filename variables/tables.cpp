@@ -1,7 +1,10 @@
 #include "variables/tables.h"
 
+#include "reporters/status.h"
+#include "variables/firewall.h"
 #include "variables/generic.h"
 #include "variables/lan_dhcp.h"
+#include "variables/wireless.h"
 
 #include <iterator>
 #include <string_view>
@@ -38,6 +41,8 @@ constexpr VariableEntry config_variables[] = {
     {"wl_closed", kPerWireless, generic_nvram_get, generic_nvram_set},
     {"wl_channel", kPerWireless, generic_nvram_get, generic_nvram_set},
     {"wl_ap_isolate", kPerWireless, generic_nvram_get, generic_nvram_set},
+    {"wl_auth_mode", kPerWireless, wl_auth_mode_get, wl_auth_mode_set},
+    {"wl_wep", kPerWireless, wl_wep_get, wl_wep_set},
     {"wl_key", kPerWireless, generic_nvram_get, generic_nvram_set},
     {"wl_key1", kPerWireless, generic_nvram_get, generic_nvram_set},
     {"wl_key2", kPerWireless, generic_nvram_get, generic_nvram_set},
@@ -45,12 +50,37 @@ constexpr VariableEntry config_variables[] = {
     {"wl_key4", kPerWireless, generic_nvram_get, generic_nvram_set},
     {"wl_crypto", kPerWireless, generic_nvram_get, generic_nvram_set},
     {"wl_wpa_psk", kPerWireless, generic_nvram_get, generic_nvram_set},
+    {"wl_macmode", kPerWireless, wl_macmode_get, wl_macmode_set},
+    {"wl_macrule0", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule1", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule2", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule3", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule4", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule5", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule6", kPerWireless, generic_nvram_get, wl_macrule_set},
+    {"wl_macrule7", kPerWireless, generic_nvram_get, wl_macrule_set},
     {"wan_mode", kPerWan, generic_nvram_get, generic_nvram_set},
     {"wan_keepalive", kPerWan, generic_nvram_get, generic_nvram_set},
     {"wan_keepalive_interval", kPerWan, generic_nvram_get, generic_nvram_set},
     {"wan_keepalive_reset_interval", kPerWan, generic_nvram_get, generic_nvram_set},
     {"wan_keepalive_reboot_interval", kPerWan, generic_nvram_get, generic_nvram_set},
     {"firewall_access_policy", kPlain, generic_nvram_get, generic_nvram_set},
+    {"firewall_access_rule0", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule1", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule2", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule3", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule4", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule5", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule6", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_access_rule7", kPlain, firewall_access_get, firewall_access_set},
+    {"firewall_portforwarding_rule0", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule1", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule2", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule3", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule4", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule5", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule6", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
+    {"firewall_portforwarding_rule7", kPlain, firewall_portforwarding_get, firewall_portforwarding_set},
     {"http_port", kPlain, generic_nvram_get, generic_nvram_set},
     {"http_wanport", kPlain, generic_nvram_get, generic_nvram_set},
     {"webGUI_username", kPlain, generic_nvram_get, generic_nvram_set},
@@ -58,17 +88,25 @@ constexpr VariableEntry config_variables[] = {
     {"webGUI_wan", kPlain, generic_nvram_get, generic_nvram_set},
     {"rcm_enable", kPlain, generic_nvram_get, generic_nvram_set},
     {"rcm_server", kPlain, generic_nvram_get, generic_nvram_set},
+    // DELIBERATE: the server may read the LAN's MAC address but never change it.
     {"et0macaddr", kPlain, generic_nvram_get, nullptr},
     {nullptr, kPlain, nullptr, nullptr},
 };
 
 constexpr VariableEntry information_variables[] = {
+    {"lan_status", kPlain, interfaces_info_get, nullptr},
+    {"lan_inpkts", kPlain, interfaces_info_get, nullptr},
+    {"lan_outpkts", kPlain, interfaces_info_get, nullptr},
+    {"mem_usage", kPlain, memusage_get, nullptr},
+    {"mem_total", kPlain, memtotal_get, nullptr},
     {"wan_uptime", kPerWan, generic_nvram_get, nullptr},
     {"wan_wwan_gps", kPerWan, generic_nvram_get, nullptr},
     {"wan_wwan_prodid", kPerWan, generic_nvram_get, nullptr},
     {"wan_ipaddr", kPerWan, generic_nvram_get, nullptr},
     {"wan_wwan_rssi", kPerWan, generic_nvram_get, nullptr},
     {"wan_wwan_esn", kPerWan, generic_nvram_get, nullptr},
+    {"wan_inpkts", kPerWan, interfaces_info_get, nullptr},
+    {"wan_outpkts", kPerWan, interfaces_info_get, nullptr},
     {nullptr, kPlain, nullptr, nullptr},
 };
 // clang-format on

@@ -10,8 +10,8 @@
 
 namespace rcmd {
 
-constexpr std::size_t kConfigRows = 49;
-constexpr std::size_t kInformationRows = 6;
+constexpr std::size_t kConfigRows = 76;
+constexpr std::size_t kInformationRows = 13;
 
 /// The settings: reported at registration, changed by configuration requests.
 extern const VariableEntry config_variables[kConfigRows + 1];

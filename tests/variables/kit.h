@@ -49,6 +49,24 @@ inline Texts sent_records() {
   return all;
 }
 
+/// A CONFIG request: every record with its NUL, or the payload's text as it is.
+inline fake::Bytes config_request(std::uint16_t unit, const std::string& text,
+                                  std::uint16_t variable_type = 0) {
+  fake::Bytes payload = {static_cast<std::uint8_t>(variable_type >> 8),
+                         static_cast<std::uint8_t>(variable_type & 0xFF),
+                         static_cast<std::uint8_t>(unit >> 8),
+                         static_cast<std::uint8_t>(unit & 0xFF)};
+  payload.insert(payload.end(), text.begin(), text.end());
+  return fake::server_packet(257, 0, 0x0A0B0C0D, payload);
+}
+inline fake::Bytes config_request(std::uint16_t unit, const Texts& records) {
+  std::string text;
+  for (const std::string& record : records) {
+    text += record + '\0';
+  }
+  return config_request(unit, text);
+}
+
 /// The row of a configuration or status variable.
 inline const rcmd::VariableEntry& row(const std::string& name) {
   for (const rcmd::VariableEntry* table : {rcmd::config_variables, rcmd::information_variables}) {

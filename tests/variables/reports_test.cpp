@@ -1,6 +1,7 @@
 // The walks over the tables: which records go into which packet.
 #include "variables/reports.h"
 
+#include "reporters/status.h"
 #include "tests/variables/kit.h"
 
 #include <map>
@@ -41,6 +42,14 @@ std::string value_for(std::size_t record_bytes) {
   return std::string(record_bytes - 3, 'v');
 }
 
+Texts names(const Texts& records) {
+  Texts result;
+  for (const std::string& record : records) {
+    result.push_back(record.substr(0, record.find('=')));
+  }
+  return result;
+}
+
 class Reports : public kit::VariablesFixture {
 protected:
   Reports() {
@@ -62,13 +71,6 @@ protected:
   }
   int send_units(int count) {
     return do_send_multiple_variable(&context, kUnitTable, kConf, kPerWireless, count);
-  }
-  static Texts names(const Texts& records) {
-    Texts result;
-    for (const std::string& record : records) {
-      result.push_back(record.substr(0, record.find('=')));
-    }
-    return result;
   }
   static void fail_send(int number) {
     world().send_fails = [number](const fake::Datagram&) {
@@ -232,7 +234,7 @@ protected:
     Texts names;
     for (; table->name != nullptr; table++) {
       if (table->scope == scope) {
-        names.push_back(std::string(table->name) + "=");
+        names.push_back(table->name);
       }
     }
     return names;
@@ -248,7 +250,7 @@ TEST_F(WholeReports, TheConfigurationIsPlainThenWirelessThenWanInTheTablesOrder)
     const Texts names = names_of(config_variables, scope);
     expected.insert(expected.end(), names.begin(), names.end());
   }
-  EXPECT_EQ(kit::sent_records(), expected);
+  EXPECT_EQ(names(kit::sent_records()), expected);
 }
 
 TEST_F(WholeReports, TheConfigurationReadsUnitZeroAndNamesNoUnit) {
@@ -275,12 +277,77 @@ TEST_F(WholeReports, TheConfigurationEndsAtTheFirstFailure) {
 }
 
 TEST_F(WholeReports, TheStatusIsPlainThenWanThenTheLeases) {
-  world().nvram["wan0_ipaddr"] = "10.9.8.7";
+  world().nvram = {{"wan0_ipaddr", "10.9.8.7"}, {"wan1_ipaddr", "10.9.8.8"}};
   EXPECT_EQ(do_information_send(&context), 0);
   EXPECT_EQ(types(), std::vector<int>{4});
-  const Texts records = kit::sent_records();
-  EXPECT_THAT(records, testing::Contains("wan_ipaddr=10.9.8.7"));
-  EXPECT_EQ(records.back(), "lan_lease_maxunit=0");
+  EXPECT_EQ(scopes(), (std::vector<int>{0, 2, 0}));
+  EXPECT_EQ(kit::sent_records(),
+            (Texts{"lan_status=", "lan_inpkts=0", "lan_outpkts=0", "mem_usage=50",
+                   "mem_total=16777216", "wan_uptime=", "wan_wwan_gps=", "wan_wwan_prodid=",
+                   "wan_ipaddr=10.9.8.7", "wan_wwan_rssi=", "wan_wwan_esn=", "wan_inpkts=0",
+                   "wan_outpkts=0", "lan_lease_maxunit=0"}));
+}
+
+TEST_F(WholeReports, TheStationsFollowOnlyWhereWirelessIsSupported) {
+  world().on_wireless = [](const std::string&, int, void* buffer, int) {
+    std::memset(buffer, 0, 4);
+    return 0;
+  };
+  for (const char* other : {"0", "", "11", " 1", "yes"}) {
+    world().nvram["wifi_supported"] = other;
+    EXPECT_EQ(do_information_send(&context), 0);
+    EXPECT_EQ(kit::sent_records().back(), "lan_lease_maxunit=0") << other;
+  }
+  world().nvram["wifi_supported"] = "1";
+  EXPECT_EQ(do_information_send(&context), 0);
+  EXPECT_EQ(kit::sent_records().back(), "wl0_sta_maxunit=0");
+}
+
+TEST_F(WholeReports, WithoutALeaseFileTheStationsStillFollow) {
+  world().nvram["wifi_supported"] = "1";
+  world().send_fails = [](const fake::Datagram& datagram) {
+    return records_of(datagram.bytes).at(0).starts_with("lan_lease");
+  };
+  EXPECT_EQ(do_information_send(&context), -1); // the driver refuses, which is not forgiven
+  world().on_wireless = [](const std::string&, int, void* buffer, int) {
+    std::memset(buffer, 0, 4);
+    return 0;
+  };
+  EXPECT_EQ(do_information_send(&context), 0);
+  EXPECT_EQ(kit::sent_records().back(), "wl0_sta_maxunit=0");
+}
+
+TEST_F(WholeReports, TheStatusEndsAtTheFirstFailure) {
+  world().send_fails = [](const fake::Datagram&) { return true; };
+  EXPECT_EQ(do_information_send(&context), -1);
+  EXPECT_TRUE(world().tools.empty());
+  world().send_fails = [](const fake::Datagram& datagram) {
+    return kit::scope_of(datagram.bytes) == 2;
+  };
+  EXPECT_EQ(do_information_send(&context), -1);
+  EXPECT_TRUE(world().tools.empty());
+  world().write_file("/tmp/udhcpd.leases", "");
+  world().nvram["wifi_supported"] = "1";
+  world().send_fails = [](const fake::Datagram& datagram) {
+    return records_of(datagram.bytes).at(0).starts_with("lan_lease");
+  };
+  world().on_wireless = [](const std::string&, int, void*, int) {
+    ADD_FAILURE() << "stations were asked for";
+    return -1;
+  };
+  EXPECT_EQ(do_information_send(&context), -1);
+}
+
+// Tables of the test's own whose rows answer with the text that nobody may free.
+TEST_F(WholeReports, TheSharedEmptyTextIsNeverFreed) {
+  constexpr VariableEntry kRows[] = {
+      {"lan_odd", kPlain, interfaces_info_get, nullptr},
+      {"wan_odd", kPerWan, interfaces_info_get, nullptr},
+      {nullptr, kPlain, nullptr, nullptr},
+  };
+  EXPECT_EQ(do_send_single_variable(&context, kRows, kStatus), 0);
+  EXPECT_EQ(do_send_multiple_variable(&context, kRows, kStatus, kPerWan, 1), 0);
+  EXPECT_EQ(kit::sent_records(), (Texts{"lan_odd=", "wan_odd="}));
 }
 
 } // namespace
