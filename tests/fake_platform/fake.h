@@ -137,6 +137,7 @@ struct World {
   // Tools.
   std::vector<ToolRun> tools;
   std::function<int(const ToolRun&)> on_tool; ///< result of _eval; default 0
+  int tool_status = 0;                        ///< what wait_process gives for a started tool
 
   // Files: below root(); "tmp", "proc" and "dev" exist.
   [[nodiscard]] std::string root();

@@ -143,7 +143,7 @@ int wait_process(int pid) {
   }
   world().note("wait " + found->second);
   world().started.erase(found);
-  return 0;
+  return world().tool_status;
 }
 
 // Conversions: the common ones are the platforms' own; the resolver is the test's.

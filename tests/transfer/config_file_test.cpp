@@ -184,6 +184,12 @@ TEST_F(ConfigFile, AnImportToolThatIsNotStartedEndsTheCommandWithoutARestart) {
       ElementsAre("tool nvram import /tmp/config.download", "remove /tmp/firmware.download"));
 }
 
+TEST_F(ConfigFile, HowTheImportEndedIsNotLookedAt) {
+  world().tool_status = 1;
+  run();
+  EXPECT_THAT(story_from("tool nvram import /tmp/config.download"), ElementsAreArray(kEnding));
+}
+
 TEST_F(ConfigFile, ACommitThatFailsDoesNotStopTheRestart) {
   world().commit_result = -1;
   run();
