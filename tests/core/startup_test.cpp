@@ -22,7 +22,7 @@ int failing_calloc = -1;
 
 extern "C" {
 void* __real_calloc(std::size_t count, std::size_t size);
-// The three allocations of start-up are the only ones of their sizes.
+// Counts the allocations of start-up, and refuses one of them.
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   if (failing_calloc >= 0 && callocs++ == failing_calloc) {
     return nullptr;
@@ -57,7 +57,8 @@ protected:
       argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
-    optind = 1;
+    optind = 0;  // a fresh scan
+    world().sockets.clear();
     return rcmd::run_daemon(static_cast<int>(arguments.size()), argv.data());
   }
 

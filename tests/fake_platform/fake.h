@@ -173,7 +173,7 @@ struct World {
   World& operator=(const World&) = delete;
 
   // Used by the platform functions.
-  void note(const std::string& event) { events.push_back(event); }
+  void note(const std::string& event);  ///< a chain that never ends is ended by an exception
   bool fire_due_timers();
   bool serve_descriptors();
   [[nodiscard]] std::int64_t next_event_ms(std::int64_t limit_ms) const;
