@@ -1,9 +1,9 @@
 #include "platform/api/system.h"
 #include "platform/common/monotonic.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <ctime>
 #include <sys/sysinfo.h>
-#include <time.h>
 
 namespace rcmd {
 

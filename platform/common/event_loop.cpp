@@ -2,8 +2,8 @@
 #include "platform/common/loop.h"
 #include "platform/common/monotonic.h"
 
-#include <errno.h>
-#include <limits.h>
+#include <cerrno>
+#include <climits>
 #include <poll.h>
 
 namespace {

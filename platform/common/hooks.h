@@ -2,7 +2,7 @@
 // one thing that a virtual router must do differently.
 #pragma once
 
-#include <stddef.h>
+#include <cstddef>
 
 namespace rcmd {
 

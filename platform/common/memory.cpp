@@ -2,9 +2,9 @@
 #include "platform/api/memory.h"
 #include "platform/common/unique_fd.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
-#include <stdlib.h>
-#include <string.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The clock of the loop and of every wait: milliseconds that only go forward.
 #pragma once
 
-#include <stdint.h>
+#include <cstdint>
 
 namespace rcmd {
 

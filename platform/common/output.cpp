@@ -3,7 +3,7 @@
 #include "platform/common/hooks.h"
 #include "platform/common/unique_fd.h"
 
-#include <errno.h>
+#include <cerrno>
 
 namespace rcmd {
 

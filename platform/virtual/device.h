@@ -19,8 +19,8 @@
 // routers share one machine, each at its own 127.0.0.x with the same ports.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 

@@ -334,6 +334,23 @@ TEST(LoopDescriptors, AReusedNumberIsNotServedForItsPredecessor) {
   EXPECT_EQ(heir->calls, 0);
 }
 
+TEST(LoopDescriptors, ANewcomerIsNotServedForTheOneWhoseRowItTook) {
+  Door first(bound_socket(SOCK_DGRAM), [](int fd) { return take_from(fd).empty() ? -1 : 0; });
+  Door second(bound_socket(SOCK_DGRAM));
+  send_to(first.fd, "x");
+  send_to(second.fd, "x");
+  std::unique_ptr<Door> newcomer;
+  first.action = [&](int fd) {
+    unregister_fd_desc(second.fd); // and its datagram stays there
+    newcomer = std::make_unique<Door>(bound_socket(SOCK_DGRAM));
+    return take_from(fd).empty() ? -1 : 0;
+  };
+  pass();
+  pass();
+  EXPECT_EQ(second.calls, 0);
+  EXPECT_EQ(newcomer->calls, 0);
+}
+
 TEST(LoopDescriptors, ADatagramThatAnEarlierHandlerTookIsNotAskedForAgain) {
   Door first(bound_socket(SOCK_DGRAM));
   Door second(bound_socket(SOCK_DGRAM));
