@@ -25,7 +25,7 @@ constexpr std::array<std::array<Word, 256>, rows> make_tables() {
   return tables;
 }
 
-constexpr auto kTables16 = make_tables<uint16_t, 0x8408, 4>();
+constexpr auto kTables16 = make_tables<uint16_t, 0x8408, 8>();
 constexpr auto kTables32 = make_tables<uint32_t, 0xEDB88320U, 8>();
 
 /// Takes as many bytes at once as there are tables; bytes are read singly, so that the host's byte

@@ -75,7 +75,7 @@ bool remove(RcmTimer** list, const RcmTimer* timer) {
 /// Cuts the timers that are due off the armed ones, so that what their callbacks arm waits for the
 /// next pass, and fires them.
 int fire_due_timers() {
-  const int64_t now = rcmd::monotonic_ms();
+  const int64_t now = rcmd::timer_ms();
   RcmTimer* last = nullptr;
   for (RcmTimer* at = armed; at != nullptr && deadline_of(at) <= now; at = next_of(at)) {
     last = at;
@@ -133,7 +133,7 @@ Watch* free_row() {
 void rest(Watch& watch) {
   const int64_t longer = watch.rest_ms * 2;
   watch.rest_ms = longer == 0 ? kFirstRest_ms : longer < kLongestRest_ms ? longer : kLongestRest_ms;
-  watch.rests_until_ms = rcmd::monotonic_ms() + watch.rest_ms;
+  watch.rests_until_ms = rcmd::timer_ms() + watch.rest_ms;
 }
 
 /// What a pass polls: row, and which registration stood in it.
@@ -171,7 +171,7 @@ int64_t collect(Polled& polled, int64_t now) {
 
 int wait_limit(int64_t wake, int64_t now, int max_wait_ms) {
   const int64_t limit = max_wait_ms < 0 ? INT_MAX : max_wait_ms;
-  const int64_t wait = wake <= now ? 0 : sooner(wake - now, limit);
+  const int64_t wait = wake <= now ? 0 : sooner(rcmd::machine_ms(wake - now), limit);
   // Without a timer, a rest or a limit there is nothing to wake up for but the descriptors.
   return wake == INT64_MAX && max_wait_ms < 0 ? -1 : static_cast<int>(wait);
 }
@@ -228,7 +228,7 @@ namespace rcmd {
 
 int loop_pass(int max_wait_ms) {
   const int fired = fire_due_timers();
-  const int64_t now = monotonic_ms();
+  const int64_t now = timer_ms();
   Polled polled;
   const int64_t wake = collect(polled, now);
   const int ready =
@@ -279,7 +279,7 @@ int add_event(RcmTimer* timer) {
   const int64_t seconds = sooner(timer->interval > 0 ? timer->interval : 0, INT_MAX);
   const bool rearmed_with_zero = seconds == 0 && timer == firing;
   set_deadline(timer,
-               rcmd::monotonic_ms() + (rearmed_with_zero ? kRearmedWithZero_ms : seconds * 1000));
+               rcmd::timer_ms() + (rearmed_with_zero ? kRearmedWithZero_ms : seconds * 1000));
   insert(timer);
   return 0;
 }

@@ -1,5 +1,5 @@
 #include "platform/common/folder.h"
-#include "platform/common/unique_fd.h"
+#include "core/owned.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,8 +1,9 @@
 // What the shared sources ask of the platform that they are linked into: where things lie, and the
-// one thing that a virtual router must do differently.
+// few things that a virtual router must do differently.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 
@@ -14,6 +15,13 @@ int open_console();
 
 /// Ends a child that overstays its time, as by signal 9.
 void kill_child(int pid);
+
+/// How many times as fast as the machine's clock the device's runs; at least 1. Uptime, timers and
+/// pauses follow the device's clock; waits for an answer and the patience with tools do not.
+int32_t clock_speed();
+
+/// When the device booted, on monotonic_ms(); negative: when the machine did.
+int64_t booted_ms();
 
 /// Where the settings store keeps its files. All of them lie in folders of their own process'
 /// making: a missing last folder is created.

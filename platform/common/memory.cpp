@@ -1,6 +1,6 @@
 #include "platform/common/memory.h"
+#include "core/owned.h"
 #include "platform/api/memory.h"
-#include "platform/common/unique_fd.h"
 
 #include <cstdlib>
 #include <cstring>

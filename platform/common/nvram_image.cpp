@@ -1,9 +1,9 @@
 #include "platform/common/nvram_image.h"
+#include "core/owned.h"
 #include "core/wire.h"
 #include "platform/api/checksum.h"
 #include "platform/common/folder.h"
 #include "platform/common/output.h"
-#include "platform/common/unique_fd.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,9 +1,9 @@
 #include "platform/common/nvram_store.h"
+#include "core/owned.h"
 #include "platform/api/nvram.h"
 #include "platform/common/folder.h"
 #include "platform/common/nvram_image.h"
 #include "platform/common/output.h"
-#include "platform/common/unique_fd.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,7 +1,7 @@
 #include "platform/common/output.h"
+#include "core/owned.h"
 #include "platform/api/console.h"
 #include "platform/common/hooks.h"
-#include "platform/common/unique_fd.h"
 
 #include <cerrno>
 

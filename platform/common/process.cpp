@@ -1,9 +1,9 @@
 #include "platform/api/process.h"
+#include "core/owned.h"
 #include "platform/api/files.h"
 #include "platform/api/system.h"
 #include "platform/common/hooks.h"
 #include "platform/common/monotonic.h"
-#include "platform/common/unique_fd.h"
 
 #include <cerrno>
 #include <climits>

@@ -40,6 +40,14 @@ void kill_child(int pid) {
   kill(pid, SIGKILL);
 }
 
+int32_t clock_speed() {
+  return 1;
+}
+
+int64_t booted_ms() {
+  return -1;
+}
+
 const NvramPaths* nvram_paths() {
   static const NvramPaths paths = {"/tmp/nvram/working", "/tmp/nvram/lock", "/tmp/nvram/commits",
                                    "/etc/nvram/image"};

@@ -1,6 +1,6 @@
+#include "core/owned.h"
 #include "platform/api/net.h"
 #include "platform/api/wireless.h"
-#include "platform/common/unique_fd.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,4 +1,5 @@
 #include "platform/virtual/device.h"
+#include "core/owned.h"
 #include "platform/api/files.h"
 #include "platform/api/ipsec.h"
 #include "platform/api/memory.h"
@@ -7,7 +8,6 @@
 #include "platform/common/hooks.h"
 #include "platform/common/memory.h"
 #include "platform/common/output.h"
-#include "platform/common/unique_fd.h"
 
 #include <climits>
 #include <csignal>
@@ -25,6 +25,8 @@ extern "C" { // glibc 2.36's header leaves this out
 namespace rcmd {
 
 namespace {
+
+constexpr long kMostSpeed = 3600;
 
 [[noreturn]] void refuse(const char* reason) {
   fprintf(stderr, "VIRTUAL_ROUTER_DIR %s\n", reason);
@@ -108,6 +110,21 @@ void kill_child(int pid) {
   if (child) {
     pidfd_send_signal(child.get(), SIGKILL, nullptr, 0);
   }
+}
+
+int32_t clock_speed() {
+  static int32_t speed = 0;
+  if (speed == 0) {
+    const char* asked = getenv("VIRTUAL_ROUTER_TIME_SCALE");
+    const long number = asked == nullptr ? 1 : strtol(asked, nullptr, 10);
+    speed = static_cast<int32_t>(number < 1 ? 1 : number > kMostSpeed ? kMostSpeed : number);
+  }
+  return speed;
+}
+
+int64_t booted_ms() {
+  char text[32];
+  return read_device_file("/run/booted_ms", text, sizeof text) ? strtoll(text, nullptr, 10) : -1;
 }
 
 const NvramPaths* nvram_paths() {

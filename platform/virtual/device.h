@@ -12,11 +12,16 @@
 //   run/nvram        the working copy of the settings; removing it while no process of the router
 //                    runs drops every change that was not committed
 //   flash/nvram      the lasting image of the settings, and flash/nvram.previous
+//   run/booted_ms    when the device booted, on the machine's monotonic clock, in milliseconds: its
+//                    uptime counts from there. Missing: it booted with the machine
 //   run/stations     lines "MAC RSSI": the stations of the pretend access point
 //   run/memory_limit_kb  a number: what the check for memory finds instead of the machine's own
 //
 // VIRTUAL_ROUTER_ADDRESS, when set, takes the place of "any address" in a bind, so that several
 // routers share one machine, each at its own 127.0.0.x with the same ports.
+//
+// VIRTUAL_ROUTER_TIME_SCALE, a number from 1 to 3600, has the device's clock run that many times as
+// fast as the machine's: uptime, timers and pauses. Waiting for an answer takes its real time.
 #pragma once
 
 #include <cstddef>

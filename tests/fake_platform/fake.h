@@ -34,6 +34,7 @@ struct Datagram {
   Bytes bytes;
   sockaddr_in peer; ///< where it goes, or where it comes from
   std::int64_t at_ms;
+  int flags = 0; ///< of the send
 };
 
 struct ToolRun {
@@ -120,7 +121,8 @@ struct World {
                const std::string& from = "127.0.0.1", std::uint16_t from_port = 1162);
   /// A socket that exists already, as if accepted or opened.
   int make_socket(std::uint16_t port = 0);
-  std::deque<int> connections; ///< what net_accept hands out; empty: it fails
+  std::deque<int> connections;   ///< what net_accept hands out; empty: it fails
+  bool watch_table_full = false; ///< register_fd_desc fails
   std::vector<Watch> watches;
   [[nodiscard]] bool watched(int fd) const;
   /// Calls the handler of a watched descriptor once. @return its result
@@ -161,7 +163,8 @@ struct World {
   bool semaphores_missing = false; ///< semget fails
   int semop_fails_at = -1;
   int semops = 0;
-  int readers = 0; ///< semaphore 0
+  int readers = 0;               ///< semaphore 0
+  std::int32_t real_ipc_key = 0; ///< not 0: the kernel's own objects of this key, nothing noted
 
   World();
   ~World();
