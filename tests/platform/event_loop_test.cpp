@@ -432,6 +432,24 @@ TEST(LoopRests, AnUnreadDatagramDoesNotWakeTheProcessor) {
   EXPECT_GE(waited_ms, 19);
 }
 
+TEST(LoopRests, AQuickenedClockShortensTimersAndNoRest) {
+  loop_test::speed = 60;
+  Door desktop(bound_socket(SOCK_DGRAM), [](int) { return -1; });
+  Alarm alarm;
+  alarm.arm(30);
+  send_to(desktop.fd, "x");
+  pass();
+  now_ms += 499;
+  pass();
+  EXPECT_EQ(desktop.calls, 1);
+  EXPECT_EQ(alarm.fired, 0);
+  now_ms += 1;
+  pass();
+  EXPECT_EQ(desktop.calls, 2);
+  EXPECT_EQ(alarm.fired, 1);
+  loop_test::speed = 1;
+}
+
 TEST(LoopRests, AFloodOfMalformedDatagramsDelaysNothing) {
   std::string valid;
   Door management(bound_socket(SOCK_DGRAM), [&](int fd) {
