@@ -164,7 +164,10 @@ int remove_device_file(const char* path) {
 int restart_device(uint32_t code) {
   char line[32];
   snprintf(line, sizeof line, "restart %08x\n", code);
-  return rcmd::tell_supervisor(line);
+  if (rcmd::tell_supervisor(line) != 0) {
+    return -1;
+  }
+  await_restart(); // nothing runs on behind a restart
 }
 
 int signal_init(int signal_number) {
