@@ -88,7 +88,7 @@ server_value() {
 }
 
 registrations() {
-  rcmctl --json devices | jq -r --arg serial "$serial" 'select(.serial == $serial) | .registrations'
+  rcmctl --json devices | jq -r --arg serial "$serial" '.[] | select(.serial == $serial) | .registrations'
 }
 
 server_value_is() {

@@ -66,7 +66,7 @@ TEST_F(RandomRings, NoBytesAndNoHeaderLeadOutsideTheSegment) {
     for (int n = below(4); n > 0 && size > 23; n--) {
       std::memcpy(ring->data() + below(size - 23), good.data(), good.size());
     }
-    for (const std::size_t field : {0, 4, 8}) {
+    for (const std::size_t field : {0U, 4U, 8U}) {
       if (field != 0 || below(4) == 0) {
         ring->set(field, below(8) == 0 ? extremes[below(8)] : below(size + 3));
       }

@@ -394,7 +394,7 @@ TEST_F(SystemLog, HeadersThatCannotBeYieldNoLines) {
 
 TEST_F(SystemLog, ASegmentTooSmallForItsHeaderYieldsNoLines) {
   ring->put("0 0 d 00:00:01 h s ab\n");
-  for (const std::size_t bytes : {0, 1, 11, 12}) {
+  for (const std::size_t bytes : {0U, 1U, 11U, 12U}) {
     detach();
     world().ring_bytes = bytes;
     EXPECT_EQ(read_log(), 0) << bytes;

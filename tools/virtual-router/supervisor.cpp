@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <sys/un.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -78,10 +79,13 @@ void Supervisor::set_environment() const {
 void Supervisor::add_services(const BootTime& boot_time) {
   services_.clear();
   const std::string ring = programs_ + "/ring-syslogd";
-  if (fs::exists(ring))
-    add_service("syslogd", ring_command(ring, folder_, boot_time, options_.time_scale), "/dev/log");
-  else
+  if (!fs::exists(ring))
     printer_.line(kSpeaker, "there is no syslog daemon: ring-syslogd is not built");
+  else if (folder_.path("/dev/log").size() >= sizeof(sockaddr_un::sun_path))
+    printer_.line(kSpeaker,
+                  "there is no syslog daemon: the folder's name is too long for a socket");
+  else
+    add_service("syslogd", ring_command(ring, folder_, boot_time, options_.time_scale), "/dev/log");
   add_service("software",
               {programs_ + "/virtual-software", std::to_string(options_.log_lines_per_minute)},
               "/run/stations");

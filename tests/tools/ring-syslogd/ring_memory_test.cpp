@@ -117,7 +117,7 @@ TEST(RingMemory, ABrokenRingBeginsAnew) {
 
 TEST(RingMemory, WhatStandsInTheRingIsAlwaysTheNewestLinesWhole) {
   std::mt19937 random(7);
-  for (const std::size_t size : {4084, 4088, 5000}) {
+  for (const std::size_t size : {4084U, 4088U, 5000U}) {
     const Ring ring(size, random() % size);
     std::deque<std::string> lines;
     std::size_t gone = 0;

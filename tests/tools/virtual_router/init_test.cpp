@@ -218,6 +218,16 @@ TEST(FifoTest, AWriterNeverWaitsForAReader) {
   EXPECT_EQ(fifo.take(), "one\ntwo\n");
 }
 
+/// What it says first; empty after ten seconds.
+std::string first_words(Child& child) {
+  std::string words;
+  for (int glance = 0; glance < 10'000 && words.empty(); ++glance) {
+    words = child.read_output();
+    usleep(1000);
+  }
+  return words;
+}
+
 TEST(ChildTest, AProgramsStatusAndOutputComeBack) {
   const Finished run = run_to_end({"/bin/sh", "-c", "echo out; echo err >&2; exit 3"});
   EXPECT_EQ(run.status, 3);
@@ -233,9 +243,8 @@ TEST(ChildTest, AProgramThatIsNotThereIsAnError) {
 TEST(ChildTest, WhatAProgramHasStartedEndsWithIt) {
   Child child("x");
   child.start({"/bin/sh", "-c", "sleep 20 & echo $!; wait"});
-  std::string number;
-  while (number.empty())
-    number = child.read_output();
+  const std::string number = first_words(child);
+  ASSERT_NE(number, "");
   child.end(std::chrono::milliseconds(1000));
   const pid_t grandchild = static_cast<pid_t>(std::stol(number));
   EXPECT_EQ(kill(grandchild, 0), -1) << "gone, and collected";
@@ -244,8 +253,7 @@ TEST(ChildTest, WhatAProgramHasStartedEndsWithIt) {
 TEST(ChildTest, AProgramThatIgnoresTheRequestIsEndedAllTheSame) {
   Child child("x");
   child.start({"/bin/sh", "-c", "trap '' TERM; echo ready; while :; do sleep 1; done"});
-  while (child.read_output().empty())
-    usleep(1000);
+  ASSERT_EQ(first_words(child), "ready\n");
   child.end(std::chrono::milliseconds(20));
   EXPECT_FALSE(child.running());
 }

@@ -358,6 +358,12 @@ TEST_F(VirtualRouter, TheDevicesToolsActOnTheDevice) {
       << "a boot starts what was stopped";
 }
 
+TEST_F(VirtualRouter, AFolderWithALongNameLacksTheSyslogDaemonOnly) {
+  Router router(home + std::string(100, 'x'), stub);
+  EXPECT_TRUE(router.says("there is no syslog daemon: ")) << router.output();
+  EXPECT_TRUE(router.says("the device is up")) << router.output();
+}
+
 TEST_F(VirtualRouter, WrongOptionsAreRefused) {
   EXPECT_EQ(run_to_end({program("virtual-router"), "--set", "nothing"}).status, 2);
   EXPECT_EQ(run_to_end({program("virtual-router"), "--time-scale", "0"}).status, 2);
