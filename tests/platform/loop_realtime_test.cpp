@@ -69,7 +69,7 @@ protected:
 
   /// Runs the loop with a timer whose interval nobody has set.
   void start_loop() {
-    loop_ = fork();
+    loop_ = start_child();
     if (loop_ == 0) {
       static RcmTimer timer;
       timer.arg = &timer;

@@ -191,7 +191,7 @@ TEST_F(VirtualDevice, RestartAndSignalGoToTheSupervisorsEar) {
   EXPECT_EQ(::read(supervisor, text, sizeof text - 1), 10);
   EXPECT_STREQ(text, "signal 15\n");
 
-  const pid_t daemon = fork();
+  const pid_t daemon = start_child();
   if (daemon == 0) {
     restart_device(0x01234567);
     _exit(1);
