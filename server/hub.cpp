@@ -101,12 +101,22 @@ ApiReply Hub::handle(const ApiRequest& request) {
 
 /// After whatever was done: what it stored is committed, and the next deadline is awaited.
 void Hub::settle() {
+  commit();
+  arm();
+}
+
+void Hub::commit() {
   try {
     store_.flush();
   } catch (const StoreError& error) {
     spdlog::error("database: {}", error.what());
   }
-  arm();
+}
+
+/// A device forgets what was acknowledged, so that is committed first.
+void Hub::send(const Address& to, View head, View body) {
+  commit();
+  link_.send(to, head, body);
 }
 
 void Hub::arm() {
