@@ -105,6 +105,12 @@ registered_more_often_than() {
   [ -n "$count" ] && [ "$count" -gt "$1" ]
 }
 
+# The whole chain is done since that second: the station count is the last that a router reports. While
+# a router registers, what the server asks of it is lost.
+enrolled_since() {
+  [ "$(rcmctl --json get "$serial" wl0_sta_maxunit | jq -r .time)" -gt "$1" ]
+}
+
 # Ctrl-C ends everything.
 show_enrolment() {
   cat <<TEXT
