@@ -2,9 +2,11 @@
 # others. Headers are staged by symbolic link under include_roots/<target>/<folder>/, and these
 # roots are the only include directories; nothing is inherited, so what is used must be named.
 #
-#   add_room(<target> FOLDER <folder> [HEADERS ...] [SOURCES ...] [USES <target> ...] [OBJECTS] [FREE])
+#   add_room(<target> FOLDER <folder> [HEADERS ...] [SOURCES ...] [USES <target> ...]
+#            [OBJECTS] [FREE] [TOP])
 #
 # OBJECTS makes an object library (platform implementations: link order never matters).
+# TOP is for the one room that defines what the stub wiring stands in for elsewhere.
 # FREE is for what surrounds the daemon (server, tools): exceptions and RTTI are allowed there.
 # Every header is compiled alone, twice over. Every room of the daemon is also linked whole with
 # nothing but its declared targets, the fake platform and the stub wiring: an upward call that hides
@@ -22,7 +24,7 @@ function(room_sees target)  # room_sees(<target> <used target> ...): include roo
 endfunction()
 
 function(add_room target)
-  cmake_parse_arguments(ROOM "OBJECTS;FREE" "FOLDER" "HEADERS;SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(ROOM "OBJECTS;FREE;TOP" "FOLDER" "HEADERS;SOURCES;USES" ${ARGN})
   room_include_root(root ${target})
   file(MAKE_DIRECTORY ${root})
   foreach(header IN LISTS ROOM_HEADERS)
@@ -56,7 +58,7 @@ function(add_room target)
   if(ROOM_HEADERS AND NOT RCMD_DAEMON_ONLY)
     room_check_headers(${target} ${flags} "${ROOM_FOLDER}" "${ROOM_HEADERS}" "${ROOM_USES}")
   endif()
-  if(ROOM_SOURCES AND NOT ROOM_OBJECTS AND NOT ROOM_FREE AND NOT RCMD_DAEMON_ONLY)
+  if(ROOM_SOURCES AND NOT ROOM_OBJECTS AND NOT ROOM_FREE AND NOT ROOM_TOP AND NOT RCMD_DAEMON_ONLY)
     room_check_link(${target})
   endif()
 endfunction()

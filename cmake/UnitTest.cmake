@@ -18,7 +18,7 @@ function(add_unit_test name)
   endif()
   add_executable(${name} ${T_SOURCES})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-  room_sees(${name} ${T_USES} ${T_PLATFORM} ${fixture} platform_api)
+  room_sees(${name} ${T_USES} ${T_PLATFORM} ${fixture} stub_wiring platform_api)
   target_compile_definitions(${name} PRIVATE
     PROGRAM_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" SOURCE_DIR="${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE house_free)

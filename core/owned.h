@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <unistd.h>
 
 namespace rcmd {
 
@@ -23,6 +24,29 @@ public:
 
 private:
   char* text_;
+};
+
+/// A file descriptor that closes itself.
+class UniqueFd {
+public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  ~UniqueFd() { reset(); }
+
+  [[nodiscard]] int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+  /// Closes what is open and owns `fd` from now on.
+  void reset(int fd = -1) {
+    if (fd_ >= 0) {
+      ::close(fd_);
+    }
+    fd_ = fd;
+  }
+
+private:
+  int fd_ = -1;
 };
 
 /// For a result that is dropped on purpose; the reason stands beside the call.

@@ -2,10 +2,10 @@
 
 namespace rcmd {
 
-void rearm(RcmTimer& timer, std::intptr_t interval_s) {
+int rearm(RcmTimer& timer, std::intptr_t interval_s) {
   del_event(&timer);
   timer.interval = interval_s;
-  add_event(&timer);
+  return add_event(&timer);
 }
 
 void cancel(RcmTimer& timer) {

@@ -15,8 +15,8 @@ extern RcmTimer rcm_gpssender;     ///< every gps_send_interval seconds
 extern RcmTimer rcm_trafficget;    ///< every minute
 extern RcmTimer rcm_trafficsender; ///< every hour
 
-/// Cancels the timer, sets its interval in seconds and arms it.
-void rearm(RcmTimer& timer, std::intptr_t interval_s);
+/// Cancels the timer, sets its interval in seconds and arms it. @return add_event's result
+int rearm(RcmTimer& timer, std::intptr_t interval_s);
 
 /// Cancels the timer, armed or not.
 void cancel(RcmTimer& timer);

@@ -19,6 +19,8 @@ bool send_packet(const RcmContext& context, std::size_t bytes, const sockaddr_in
 } // namespace
 
 void begin_packet(RcmContext& context, PacketType type, PacketFlags flags) {
+  // DELIBERATE: `version` is not written: it goes out as the last packet, or the last request that
+  // was answered, left it in the buffer.
   RcmPacketHeader& header = tx_header(context);
   std::memcpy(header.session_id, context.session_id, sizeof header.session_id);
   std::memcpy(header.serial, context.serial, sizeof header.serial);

@@ -34,6 +34,7 @@ struct Datagram {
   Bytes bytes;
   sockaddr_in peer; ///< where it goes, or where it comes from
   std::int64_t at_ms;
+  int flags = 0; ///< of the send
 };
 
 struct ToolRun {
@@ -120,7 +121,8 @@ struct World {
                const std::string& from = "127.0.0.1", std::uint16_t from_port = 1162);
   /// A socket that exists already, as if accepted or opened.
   int make_socket(std::uint16_t port = 0);
-  std::deque<int> connections; ///< what net_accept hands out; empty: it fails
+  std::deque<int> connections;   ///< what net_accept hands out; empty: it fails
+  bool watch_table_full = false; ///< register_fd_desc fails
   std::vector<Watch> watches;
   [[nodiscard]] bool watched(int fd) const;
   /// Calls the handler of a watched descriptor once. @return its result
@@ -135,6 +137,7 @@ struct World {
   // Tools.
   std::vector<ToolRun> tools;
   std::function<int(const ToolRun&)> on_tool; ///< result of _eval; default 0
+  int tool_status = 0;                        ///< what wait_process gives for a started tool
 
   // Files: below root(); "tmp", "proc" and "dev" exist.
   [[nodiscard]] std::string root();
@@ -161,7 +164,8 @@ struct World {
   bool semaphores_missing = false; ///< semget fails
   int semop_fails_at = -1;
   int semops = 0;
-  int readers = 0; ///< semaphore 0
+  int readers = 0;               ///< semaphore 0
+  std::int32_t real_ipc_key = 0; ///< not 0: the kernel's own objects of this key, nothing noted
 
   World();
   ~World();
@@ -169,7 +173,7 @@ struct World {
   World& operator=(const World&) = delete;
 
   // Used by the platform functions.
-  void note(const std::string& event) { events.push_back(event); }
+  void note(const std::string& event);  ///< a chain that never ends is ended by an exception
   bool fire_due_timers();
   bool serve_descriptors();
   [[nodiscard]] std::int64_t next_event_ms(std::int64_t limit_ms) const;

@@ -56,9 +56,9 @@ ssize_t take(int fd, void* data, std::size_t length, sockaddr_in* peer) {
   return static_cast<ssize_t>(taken);
 }
 
-ssize_t give(int fd, const void* data, std::size_t length, const sockaddr_in& peer) {
+ssize_t give(int fd, const void* data, std::size_t length, int flags, const sockaddr_in& peer) {
   const auto* bytes = static_cast<const std::uint8_t*>(data);
-  fake::Datagram datagram{fd, {bytes, bytes + length}, peer, world().now_ms};
+  fake::Datagram datagram{fd, {bytes, bytes + length}, peer, world().now_ms, flags};
   char text[INET_ADDRSTRLEN] = "";
   inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
   world().note("send " + std::to_string(length) + " to " + text + ":" +
@@ -134,9 +134,9 @@ int net_accept(int fd, sockaddr*, socklen_t*) {
   return connection;
 }
 
-ssize_t net_sendto(int fd, const void* data, std::size_t length, int, const sockaddr* address,
+ssize_t net_sendto(int fd, const void* data, std::size_t length, int flags, const sockaddr* address,
                    socklen_t) {
-  return give(fd, data, length, *reinterpret_cast<const sockaddr_in*>(address));
+  return give(fd, data, length, flags, *reinterpret_cast<const sockaddr_in*>(address));
 }
 
 ssize_t net_recvfrom(int fd, void* data, std::size_t length, int, sockaddr* address,
@@ -151,8 +151,8 @@ ssize_t net_read(int fd, void* data, std::size_t length) {
   return take(fd, data, length, nullptr);
 }
 
-ssize_t net_send(int fd, const void* data, std::size_t length, int) {
-  return give(fd, data, length, sockaddr_in{});
+ssize_t net_send(int fd, const void* data, std::size_t length, int flags) {
+  return give(fd, data, length, flags, sockaddr_in{});
 }
 
 int net_ioctl(int fd, unsigned long request, void* argument) {

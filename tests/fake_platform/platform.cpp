@@ -19,6 +19,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/sem.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 using fake::world;
@@ -79,6 +80,9 @@ int nvram_commit() {
 
 int register_fd_desc(int fd, FdHandler handler, void* arg) {
   world().note("register " + std::to_string(fd));
+  if (world().watch_table_full) {
+    return -1;
+  }
   world().watches.push_back({fd, handler, arg, 0});
   return 0;
 }
@@ -139,7 +143,7 @@ int wait_process(int pid) {
   }
   world().note("wait " + found->second);
   world().started.erase(found);
-  return 0;
+  return world().tool_status;
 }
 
 // Conversions: the common ones are the platforms' own; the resolver is the test's.
@@ -250,34 +254,53 @@ void diagnostic_write(const char* text, std::size_t length) {
 // System V objects.
 
 int ipc_shmget(std::int32_t key, std::size_t size, int flags) {
+  if (world().real_ipc_key != 0) {
+    return shmget(world().real_ipc_key, size, flags);
+  }
   char text[64];
   std::snprintf(text, sizeof text, "shmget %08x %zu %d", static_cast<unsigned>(key), size, flags);
   world().note(text);
   return world().ring_missing ? -1 : 7;
 }
 
-void* ipc_shmat(int id, const void*, int flags) {
+void* ipc_shmat(int id, const void* address, int flags) {
+  if (world().real_ipc_key != 0) {
+    return shmat(id, address, flags);
+  }
   world().note("shmat " + std::to_string(id) + " " + std::to_string(flags));
   return world().ring;
 }
 
-int ipc_shmdt(const void*) {
+int ipc_shmdt(const void* address) {
+  if (world().real_ipc_key != 0) {
+    return shmdt(address);
+  }
   world().note("shmdt");
   return 0;
 }
 
-std::size_t ipc_shm_bytes(int) {
+std::size_t ipc_shm_bytes(int id) {
+  if (world().real_ipc_key != 0) {
+    shmid_ds status{};
+    return shmctl(id, IPC_STAT, &status) == 0 ? status.shm_segsz : 0;
+  }
   return world().ring_bytes;
 }
 
 int ipc_semget(std::int32_t key, int count, int flags) {
+  if (world().real_ipc_key != 0) {
+    return semget(world().real_ipc_key, count, flags);
+  }
   char text[64];
   std::snprintf(text, sizeof text, "semget %08x %d %d", static_cast<unsigned>(key), count, flags);
   world().note(text);
   return world().semaphores_missing ? -1 : 9;
 }
 
-int ipc_semop(int, sembuf* operations, std::size_t count) {
+int ipc_semop(int id, sembuf* operations, std::size_t count) {
+  if (world().real_ipc_key != 0) {
+    return semop(id, operations, count);
+  }
   std::string text = "semop";
   for (std::size_t i = 0; i < count; i++) {
     text += " (" + std::to_string(operations[i].sem_num) + "," +

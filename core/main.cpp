@@ -1,0 +1,5 @@
+#include "core/startup.h"
+
+int main(int argc, char** argv) {
+  return rcmd::run_daemon(argc, argv);
+}

@@ -1,0 +1,17 @@
+#include "platform/api/ipc.h"
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
+
+extern "C" {
+
+int ipc_shmget(int32_t key, size_t size, int flags) {
+  return shmget(key, size, flags);
+}
+
+int ipc_semget(int32_t key, int count, int flags) {
+  return semget(key, count, flags);
+}
+
+} // extern "C"

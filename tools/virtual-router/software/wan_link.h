@@ -1,0 +1,45 @@
+// The pretend WWAN link: brought up at boot, taken down and up again by "wan0_action", with
+// counters that grow while it is up. What it shows to the device stands in the settings store,
+// uncommitted.
+#pragma once
+
+#include "tools/virtual-router/software/programs.h"
+
+#include <cstdint>
+
+namespace virtual_router {
+
+struct Traffic {
+  std::uint32_t bytes = 0;
+  std::uint32_t packets = 0;
+};
+
+class WanLink {
+public:
+  WanLink(const Programs& programs, std::int32_t uptime_s)
+      : programs_(programs), now_s_(uptime_s), up_since_s_(uptime_s) {}
+
+  /// Brings the link to `uptime_s`: serves "wan0_action" ("start", "stop"; the key is taken away),
+  /// grows the counters by the seconds that have passed, and publishes what has changed.
+  void advance(std::int32_t uptime_s);
+
+  [[nodiscard]] bool up() const { return up_; }
+  [[nodiscard]] const Traffic& sent() const { return sent_; }
+  [[nodiscard]] const Traffic& received() const { return received_; }
+
+private:
+  void serve_action();
+  void publish() const;
+
+  const Programs& programs_;
+  std::int32_t now_s_;
+  std::int32_t up_since_s_;
+  bool up_ = true;
+  Traffic sent_;
+  Traffic received_;
+};
+
+/// nvram_set, unless the key holds that text already.
+void publish_setting(const std::string& name, const std::string& value);
+
+} // namespace virtual_router
