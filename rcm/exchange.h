@@ -27,8 +27,8 @@ struct ExchangeRules {
 constexpr int kEndless = -1;
 
 // Every answer sets `online` to 1 and `retransmit_count` to 0.
-// DELIBERATE: none advances `seq`, unlike an acknowledgement that the dispatcher takes: the next
-// packet leaves under the same number.
+// DELIBERATE: none advances `seq`, unlike an acknowledgement that the dispatcher takes: where the
+// caller does not, the next packet leaves under the same number.
 //                                                   session  resends  misses  after failure
 inline constexpr ExchangeRules kRegisterExchange = {true, kEndless, true, Online::kUntouched};
 inline constexpr ExchangeRules kServerTimeExchange = {true, 3, false, Online::kClear};
