@@ -16,17 +16,17 @@ firmware_is() {
 
 # upgrade_and_import VERSION BYTES HOSTNAME: the whole of both transfers
 upgrade_and_import() {
-  local image=$work/firmware-$1.trx since
+  local image=$work/firmware-$1.trx before
   step "an image of version $1 is made and checked" make_image "$image" "$1" "$2"
-  since=$(date +%s)
+  before=$(registrations)
   step "the server has the router fetch, check and flash it" rcmctl upgrade "$serial" "$image"
-  step "the router restarts and enrols" within 240 enrolled_since "$since"
+  step "the router restarts and enrols" within 240 enrolled_again_after "$before"
   step "it runs the version that the image carries" within 10 firmware_is "$1"
   step "the flash holds the image byte for byte" flash_holds "$image"
   printf 'hostname=%s\nlan_dhcp_lease=4242\n' "$3" >"$work/settings.txt"
-  since=$(date +%s)
+  before=$(registrations)
   step "a configuration file is fetched and imported" rcmctl import "$serial" "$work/settings.txt"
-  step "the router restarts and enrols once more" within 240 enrolled_since "$since"
+  step "the router restarts and enrols once more" within 240 enrolled_again_after "$before"
   step "with the imported settings" device_value_is hostname "$3"
   step "which the server hears of" within 60 server_value_is hostname "$3"
 }
@@ -45,10 +45,10 @@ stop_router
 stop_server
 start_server --drop 20 --duplicate 20 --reorder 20 --seed 11
 story_scale=$scale scale=1
-since=$(date +%s)
+before=$(registrations)
 start_router
 step "the router is back, on a link with 20% loss, duplication and reordering" \
-  within 240 enrolled_since "$since"
+  within 240 enrolled_again_after "$before"
 upgrade_and_import 3.0.0 40000 head-office
 stop_router
 stop_server

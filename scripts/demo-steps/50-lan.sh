@@ -24,10 +24,10 @@ step "a discovery on the LAN finds the router" within 20 discovered
 before=$(registrations)
 step "the desktop manager's port serves no stream, as start-up has it" deskmgr_is_in_datagram_mode
 step "a set changes the reconnect interval" rcm-lan set 127.0.0.1 --reconnect-interval 777
-step "the router restarts and enrols" within 60 registered_more_often_than "$before"
+step "the router restarts and enrols" within 60 enrolled_again_after "$before"
 step "nvram holds the new interval" interval_is 777
 step "the backup partition holds it too" backup_holds 777
 before=$(registrations)
 step "the factory's settings are restored" rcmctl restore-defaults "$serial"
-step "the router restarts" within 60 registered_more_often_than "$before"
+step "the router restarts" within 60 enrolled_again_after "$before"
 step "the interval outlived it" interval_is 777
