@@ -128,9 +128,14 @@ void store_counters(NetIf& interface, const Counters& counters) {
   interface.collisions = static_cast<std::uint32_t>(counters.collisions);
 }
 
-bool query(int fd, unsigned long what, const char* name, ifreq& request) {
-  std::memset(&request, 0, sizeof request);
+ifreq request_for(const char* name) {
+  ifreq request = {};
   copy_field(request.ifr_name, sizeof request.ifr_name - 1, name);
+  return request;
+}
+
+bool query(int fd, unsigned long what, const char* name, ifreq& request) {
+  request = request_for(name);
   return net_ioctl(fd, what, &request) == 0;
 }
 
@@ -186,8 +191,7 @@ void query_all(int fd, const char* name, NetIf& interface) {
 void query_ethernet_tool(int fd, const char* name) {
   std::uint32_t settings[11] = {1}; // get settings
   static_assert(sizeof settings == 44);
-  ifreq request = {};
-  copy_field(request.ifr_name, sizeof request.ifr_name - 1, name);
+  ifreq request = request_for(name);
   request.ifr_data = reinterpret_cast<char*>(settings);
   ignore(net_ioctl(fd, SIOCETHTOOL, &request)); // nothing depends on it
 }
