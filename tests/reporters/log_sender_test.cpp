@@ -89,6 +89,16 @@ TEST_F(LogSender, WithoutNewLinesNothingIsSent) {
   EXPECT_EQ(context.retransmit_count, 3);
 }
 
+TEST_F(LogSender, TheHeaderIsWrittenBeforeTheLinesAreLookedFor) {
+  std::memset(context.tx_buf, 0xEE, 40);
+  rcm_logsender_func(&context);
+  EXPECT_EQ(to_hex(tx(40)), "4142434445464748eeeeeeee534e30313233343536373839"
+                            "00000007"
+                            "0002"
+                            "0000"
+                            "eeeeeeeeeeeeeeee");
+}
+
 TEST_F(LogSender, AnUnreadableStampCountsAsNoLines) {
   put_line();
   ring->put("0 0 d noon h s m\n");

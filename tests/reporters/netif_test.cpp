@@ -216,6 +216,13 @@ TEST_F(Interfaces, ALoopbackThatCountsNoSentPacketsMirrorsTheReceivedOnes) {
   EXPECT_EQ(number("lo", 17), 7);
 }
 
+TEST_F(Interfaces, AnOldKernelsLoopbackMirrorsThePacketsBeforeTheBytesAreEstimated) {
+  EXPECT_EQ(init(std::string(kOldHeader) + "lo: 50 0 0 0 0 0 0 0 0 0 0\n"), 0);
+  EXPECT_EQ(number("lo", 17), 50);
+  EXPECT_EQ(number("lo", 10), 15400);
+  EXPECT_EQ(number("lo", 16), 15400);
+}
+
 TEST_F(Interfaces, TheLoopbacksMirrorLooksAtAll64Bits) {
   EXPECT_EQ(
       init(std::string(kNewHeader) + "lo: 1 4294967296 0 0 0 0 0 0 2 4294967296 0 0 0 0 0 0\n"), 0);

@@ -96,6 +96,23 @@ TEST_F(SystemLog, ALineSplitAcrossTheWrapIsReportedOnceAndMarkedInItsFirstRecord
   EXPECT_EQ(read_log(), 0);
 }
 
+TEST_F(SystemLog, ALineMayEndWithTheLastByteOfTheData) {
+  use_ring(44, 22);
+  ring->put("0 0 d 00:00:01 h s a\n");
+  ASSERT_EQ(ring->get(8), 0);
+  EXPECT_EQ(read_log(), 23);
+  EXPECT_EQ(output, "2001-09-09 01:45:01s a\n");
+  EXPECT_EQ(ring->data()[22], '1');
+}
+
+TEST_F(SystemLog, ARingThatLacksOneByteOfBeingFullIsReadWhole) {
+  use_ring(45, 23);
+  ring->put("0 0 d 00:00:01 h s a\n");
+  ring->put("0 0 d 00:00:02 h s b\n");
+  ASSERT_EQ(ring->get(8), 22);
+  EXPECT_EQ(read_log(), 2 * 23);
+}
+
 TEST_F(SystemLog, ALineMayStandInMoreThanTwoRecords) {
   ring->put("0");
   ring->put(" 0 d 00:00:0");
@@ -104,6 +121,14 @@ TEST_F(SystemLog, ALineMayStandInMoreThanTwoRecords) {
   read_log();
   EXPECT_EQ(output, "2001-09-09 01:45:07s message\n");
   EXPECT_EQ(ring->data()[0], '1');
+}
+
+TEST_F(SystemLog, AllRecordsOfAMarkedLineArePassedOver) {
+  ring->put("1 0 d 00:00:01 h s ");
+  ring->put("0 0 d 00:00:02 h s part of the first\n");
+  ring->put("0 0 d 00:00:03 h s other\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:03s other\n");
 }
 
 TEST_F(SystemLog, AnIncompleteLineIsReadAgainFromItsFirstRecord) {
@@ -124,6 +149,22 @@ TEST_F(SystemLog, AnEmptyRecordBeginsNoLine) {
   EXPECT_EQ(ring->data()[line], '1');
 }
 
+TEST_F(SystemLog, AnEmptyRecordWithinALineAddsNothingToIt) {
+  ring->put("0 0 d 00:00:01 h s be");
+  ring->put("");
+  ring->put("gun\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s begun\n");
+  EXPECT_EQ(ring->data()[0], '1');
+}
+
+TEST_F(SystemLog, ANewlineInsideARecordEndsNoLine) {
+  ring->put("0 0 d 00:00:01 h s one\ntwo");
+  ring->put(" three\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s one\ntwo three\n");
+}
+
 TEST_F(SystemLog, TheHeadAndTheTailAreNeverWritten) {
   use_ring(200, 40);
   put_numbered(1, 3);
@@ -132,6 +173,19 @@ TEST_F(SystemLog, TheHeadAndTheTailAreNeverWritten) {
   EXPECT_EQ(ring->get(4), 40);
   EXPECT_EQ(ring->get(8), tail);
   EXPECT_EQ(ring->get(0), 200);
+}
+
+// DELIBERATE: the mark is written under the reader's hold, between its two operations.
+TEST_F(SystemLog, TheMarkIsWrittenWhileTheReaderIsCountedIn) {
+  ring->put("0 0 d 00:00:01 h s m\n");
+  world().semop_fails_at = 0;
+  EXPECT_THROW(read_log(), fake::Exited);
+  EXPECT_EQ(ring->data()[0], '0');
+  world().semop_fails_at = 2; // the end of the next reading
+  EXPECT_THROW(read_log(), fake::Exited);
+  EXPECT_EQ(ring->data()[0], '1');
+  EXPECT_EQ(world().events_of({"semop"}),
+            (Texts{"semop (1,0,0) (0,1,4096)", "semop (1,0,0) (0,1,4096)", "semop (0,-1,6144)"}));
 }
 
 TEST_F(SystemLog, ALineOfAnotherMarkIsDropped) {
@@ -315,6 +369,14 @@ TEST_F(SystemLog, AVeryLongLineOverSeveralRecordsIsCutOnce) {
   EXPECT_EQ(read_log(), 21 + 1003 + 1);
   EXPECT_EQ(output, "2001-09-09 01:45:01s " + std::string(900, 'x') + std::string(103, 'y') + "\n");
   EXPECT_EQ(read_log(), 0);
+}
+
+TEST_F(SystemLog, ALineWhose1023rdCharacterIsANewlineIsCompleteThere) {
+  ring->put("0 0 d 00:00:01 h s " + std::string(1003, 'x') + "\nbehind the cut");
+  ring->put("0 0 d 00:00:02 h s next\n");
+  EXPECT_EQ(read_log(), 21 + 1003 + 1 + 26);
+  EXPECT_EQ(output,
+            "2001-09-09 01:45:01s " + std::string(1003, 'x') + "\n2001-09-09 01:45:02s next\n");
 }
 
 // Failures ---------------------------------------------------------------------------------------

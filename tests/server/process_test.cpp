@@ -112,7 +112,7 @@ public:
 
   /// Sends until the answer comes, as often as a bad link asks for.
   Bytes ask(std::uint16_t type, std::uint16_t flags, const Bytes& payload, const Bytes& rest = {}) {
-    for (int attempt = 0; attempt < 100; attempt++) {
+    for (int attempt = 0; attempt < 100 && !stopped_; attempt++) {
       seq_ += flags == 2 ? 1 : 0; // the transfer's requests count with every send
       Bytes packet = fake::server_packet(type, flags, seq_, payload, session_, serial_);
       packet.insert(packet.end(), rest.begin(), rest.end());
