@@ -38,8 +38,8 @@ function(add_unit_test name)
   if(NOT T_NO_WIRING)
     target_link_libraries(${name} PRIVATE stub_wiring)
   endif()
-  target_link_libraries(${name} PRIVATE ${T_USES} ${T_PLATFORM} ${fixture} core_base ${T_LINKS} GTest::gmock GTest::gtest_main
-                        Threads::Threads)
+  target_link_libraries(${name} PRIVATE ${T_USES} ${T_PLATFORM} ${fixture} core_base ${T_LINKS}
+                        GTest::gmock GTest::gtest_main Threads::Threads)
   set(properties TIMEOUT ${T_TIMEOUT})
   if(T_SERIAL)
     list(APPEND properties RUN_SERIAL TRUE)
