@@ -83,6 +83,10 @@ struct World {
   // "register FD", "unregister FD", "close FD", "remove PATH", "check_memory N", "stop_ike",
   // "unload_ipsec N", "restart 01234567", "signal N", "await_restart".
   std::vector<std::string> events;
+  /// False: `events`, `sent` and `tools` stay empty, so that a long simulation does not grow.
+  bool recording = true;
+  /// Called with every event before it takes effect; what it throws leaves the code under test.
+  std::function<void(const std::string& event)> on_call;
   /// The events that begin with one of the prefixes, joined order kept.
   [[nodiscard]] std::vector<std::string> events_of(std::vector<std::string> prefixes) const;
   /// All diag texts, and all console texts, joined.
@@ -109,6 +113,7 @@ struct World {
   std::map<int, Socket> sockets;
   std::vector<Datagram> sent;
   std::function<void(const Datagram&)> on_send;           ///< a peer: may call deliver()
+  std::function<void(const Datagram&)> on_receive;        ///< a datagram is being read
   std::function<bool(const Datagram&)> send_fails;        ///< true: the send gives -1
   std::function<long(const Datagram&)> send_result;       ///< another result than the whole length
   std::function<int(int fd, int seconds)> waitfor_result; ///< not INT_MIN: waitfor gives that
@@ -133,11 +138,14 @@ struct World {
   std::map<std::string, std::string> committed;
   int nvram_set_result = 0;
   int commit_result = 0;
+  std::function<void(const std::string& name)> on_nvram_get;
 
   // Tools.
   std::vector<ToolRun> tools;
   std::function<int(const ToolRun&)> on_tool; ///< result of _eval; default 0
-  int tool_status = 0;                        ///< what wait_process gives for a started tool
+  /// A started tool is waited for: may let time pass. Default: tool_status.
+  std::function<int(const ToolRun&)> on_wait;
+  int tool_status = 0; ///< what wait_process gives for a started tool
 
   // Files: below root(); "tmp", "proc" and "dev" exist.
   [[nodiscard]] std::string root();
@@ -173,7 +181,7 @@ struct World {
   World& operator=(const World&) = delete;
 
   // Used by the platform functions.
-  void note(const std::string& event);  ///< a chain that never ends is ended by an exception
+  void note(const std::string& event); ///< a chain that never ends is ended by an exception
   bool fire_due_timers();
   bool serve_descriptors();
   [[nodiscard]] std::int64_t next_event_ms(std::int64_t limit_ms) const;
@@ -182,7 +190,8 @@ struct World {
   const RcmTimer* firing = nullptr;
   std::multimap<std::int64_t, std::function<void()>> schedule;
   int next_fd = 1000;
-  std::map<int, std::string> started;
+  std::map<int, ToolRun> started;
+  int tools_started = 0;
   std::unique_ptr<char[]> handed_out; ///< the last text of nvram_get
   std::string root_;
 };
