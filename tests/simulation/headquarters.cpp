@@ -102,7 +102,7 @@ void Headquarters::event(server::Event event) {
       log != nullptr && kept && !logs_.insert(log->digest).second) {
     chronicle_.violated("the store keeps a log report twice");
   }
-  if (!altered_) {
+  if (!altered_ || std::holds_alternative<server::OperationChanged>(event.what)) {
     on_event(event);
   }
 }

@@ -22,7 +22,7 @@ namespace {
 constexpr char kServerName[] = "rcm.example";
 constexpr char kServerAddress[] = "10.0.0.1";
 constexpr std::uint16_t kServerPort = 1162;
-constexpr std::size_t kMostQueued = 200; ///< datagrams in a socket's receive buffer
+constexpr std::size_t kMostQueued = 200;  ///< datagrams in a socket's receive buffer
 constexpr int kMostCallsAtOnce = 100'000; ///< while no time passes
 constexpr std::size_t kContextBlocks = 3;
 constexpr std::size_t kDaemonSockets = 3;
@@ -76,7 +76,11 @@ void Router::wire() {
   fake::World& w = world();
   w.recording = false;
   w.on_call = [this](const std::string& event) { call(event); };
-  w.on_send = [this](const fake::Datagram& datagram) { sent(datagram); };
+  w.on_send = [this](const fake::Datagram& datagram) {
+    if (attempted(datagram)) {
+      on_send(datagram.bytes);
+    }
+  };
   w.on_receive = [this](const fake::Datagram& datagram) {
     if (world().sockets[datagram.fd].port == 1161) {
       last_request_ = datagram.bytes;
@@ -87,7 +91,11 @@ void Router::wire() {
   };
   w.send_fails = [this](const fake::Datagram& datagram) {
     const bool fails = random_.percent(faults_.send_fails);
-    request_failed_ = request_failed_ || (fails && server::u16_at(datagram.bytes, 30) == 2);
+    if (fails) {
+      chronicle_.count("sends that failed");
+      attempted(datagram);
+      request_failed_ = request_failed_ || server::u16_at(datagram.bytes, 30) == 2;
+    }
     return fails;
   };
   w.waitfor_result = [this](int, int) {
@@ -229,27 +237,28 @@ void Router::receive(std::uint16_t port, const fake::Bytes& datagram, bool alter
   }
 }
 
-void Router::sent(const fake::Datagram& datagram) {
-  const std::uint16_t port = ntohs(datagram.peer.sin_port);
-  if (port != kServerPort) { // to the LAN's tool: the reply to a set follows its carrying out
+// A send that fails tells as much of what the daemon did as one that succeeds.
+bool Router::attempted(const fake::Datagram& datagram) {
+  if (ntohs(datagram.peer.sin_port) != kServerPort) {
+    // To the LAN's tool: the reply to a set follows its carrying out.
     if (datagram.bytes.size() == 696 && datagram.bytes[1] == 4) {
       ledger_.answered_lan_tool(lan_message_);
     }
-    return;
+    return false;
   }
-  if (server::u16_at(datagram.bytes, 30) == 1) {
+  const std::uint16_t type = server::u16_at(datagram.bytes, 28);
+  const std::uint16_t flags = server::u16_at(datagram.bytes, 30);
+  if (flags == 1) {
     answered(datagram);
   }
   reports_.sent(datagram.bytes, scenery_);
-  const std::uint16_t type = server::u16_at(datagram.bytes, 28);
-  const std::uint16_t flags = server::u16_at(datagram.bytes, 30);
   if (flags == 2 && (type == 8 || type == 13)) {
     file_asked_ = {type, std::string(datagram.bytes.begin() + 44, datagram.bytes.end()),
                    world().now_ms};
   } else if (flags == 2) {
     file_asked_.last_ms = world().now_ms;
   }
-  on_send(datagram.bytes);
+  return true;
 }
 
 void Router::answered(const fake::Datagram& datagram) {

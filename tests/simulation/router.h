@@ -54,7 +54,7 @@ private:
   int loop();
   void end_life();
   void call(const std::string& event);
-  void sent(const fake::Datagram& datagram);
+  bool attempted(const fake::Datagram& datagram); ///< @return whether it goes to the server
   void answered(const fake::Datagram& datagram);
   int start_tool(const fake::ToolRun& run);
   int await_tool(const fake::ToolRun& run);

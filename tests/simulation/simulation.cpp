@@ -185,11 +185,12 @@ void Simulation::next_power_cut() {
 void Simulation::next_server_death() {
   headquarters_.die();
   in_bad_weather(random_.between(kMinute_ms, 5 * kHour_ms), &Simulation::next_server_death);
-  world().after(random_.between(std::int64_t{1000}, 90 * kMinute_ms), [this, keep = random_.percent(70)] {
-    if (!headquarters_.is_up()) {
-      headquarters_.start(keep);
-    }
-  });
+  world().after(random_.between(std::int64_t{1000}, 90 * kMinute_ms),
+                [this, keep = random_.percent(70)] {
+                  if (!headquarters_.is_up()) {
+                    headquarters_.start(keep);
+                  }
+                });
 }
 
 void Simulation::next_order() {
