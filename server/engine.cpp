@@ -247,7 +247,10 @@ void Engine::report(Peer& peer, const Packet& packet, Clock now) {
   } else {
     counters_.ignored++;
   }
-  answer(peer, packet, view_of(text)); // also when it cannot be read: it would only come again
+  answer(peer, packet, view_of(text));     // also when it cannot be read: it would only come again
+  if (!question && packet.type != kConf) { // more questions and reports follow on those
+    operations_.answered(peer);
+  }
 }
 
 void Engine::transfer(Peer& peer, const Packet& packet, Clock now) {

@@ -41,6 +41,7 @@ struct Task {
   Operation record;
   Bytes request; ///< the command's datagram
   std::int64_t deadline_ms = 0;
+  int tries = 0;                      ///< sends that waited for their answer in vain
   std::shared_ptr<const Image> image; ///< of a transfer
 };
 
