@@ -276,6 +276,8 @@ TEST_F(Exchanges, AnotherWaitMayMatchOtherwise) {
   EXPECT_EQ(await_packet(
                 context, [](const RcmContext&, void*) { return false; }, nullptr),
             Answer::kTimeout);
+}
+
 TEST_F(Exchanges, AFailureIsNoTimeoutToSpeakOf) {
   world().waitfor_result = [](int, int) { return -1; };
   EXPECT_EQ(exchange(context, bytes, kReportExchange, {nullptr, "time"}), Answer::kWaitError);
