@@ -84,6 +84,7 @@ int find_partition(int fd, const char* name) {
   char line[kMtdLineBytes];
   while (read_line(fd, line)) {
     int number = 0;
+    // DELIBERATE: a line that merely contains the name will do; the first one wins.
     if (std::sscanf(line, "mtd%d:", &number) == 1 && std::strstr(line, name) != nullptr) {
       return number;
     }
@@ -123,8 +124,9 @@ bool begin_flash(FlashUpgrade& flash) {
   return true;
 }
 
-// Fills, erases and writes one block. DELIBERATE: where the header is left out, the first batch
-// holds that many bytes less than its end asks for, and an image longer than it comes up short.
+// Fills, erases and writes one block.
+// DELIBERATE: where the header is left out, the first batch holds that many bytes less than its end
+// asks for, and an image longer than it comes up short.
 bool write_block(FlashUpgrade& flash, std::uint32_t end) {
   const std::uint32_t chunk = std::min(flash.erase.length, end - flash.erase.start);
   std::uint32_t skip = 0;
@@ -140,11 +142,11 @@ bool write_block(FlashUpgrade& flash, std::uint32_t end) {
   if (mtd_erase(flash.mtd.get(), &flash.erase) != 0) {
     return false;
   }
-  ignore(console("-"));
+  console("-");
   if (mtd_write(flash.mtd.get(), flash.block, chunk) != static_cast<ssize_t>(chunk)) {
     return false;
   }
-  ignore(console("+"));
+  console("+");
   flash.erase.start += chunk;
   return true;
 }

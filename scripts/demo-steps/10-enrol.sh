@@ -41,14 +41,14 @@ configuration_equals_nvram() {
       echo "$name: the server holds '$value', the device '$stored'"
       return 1
     fi
-  done < <(rcmctl --json show "$serial" | jq -r 'select(.kind == "configuration") | [.name, .value] | @tsv')
+  done < <(rcmctl --json show "$serial" | jq -r '.variables[] | select(.kind == "configuration") | [.name, .value] | @tsv')
   echo "$count settings compared"
   [ "$count" -eq 76 ]
 }
 
 status_is_complete() {
   local name names
-  names=$(rcmctl --json show "$serial" | jq -r 'select(.kind == "status") | .name')
+  names=$(rcmctl --json show "$serial" | jq -r '.variables[] | select(.kind == "status") | .name')
   for name in lan_status lan_inpkts lan_outpkts mem_usage mem_total wan_uptime wan_wwan_gps \
     wan_wwan_prodid wan_ipaddr wan_wwan_rssi wan_wwan_esn wan_inpkts wan_outpkts \
     lan_lease_maxunit wl0_sta_maxunit; do

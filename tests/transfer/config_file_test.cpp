@@ -5,6 +5,7 @@
 #include "tests/transfer/server.h"
 
 #include <algorithm>
+#include <climits>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -181,6 +182,12 @@ TEST_F(ConfigFile, AnImportToolThatIsNotStartedEndsTheCommandWithoutARestart) {
   EXPECT_THAT(
       story_from("tool nvram import /tmp/config.download"),
       ElementsAre("tool nvram import /tmp/config.download", "remove /tmp/firmware.download"));
+}
+
+TEST_F(ConfigFile, HowTheImportEndedIsNotLookedAt) {
+  world().tool_status = 1;
+  run();
+  EXPECT_THAT(story_from("tool nvram import /tmp/config.download"), ElementsAreArray(kEnding));
 }
 
 TEST_F(ConfigFile, ACommitThatFailsDoesNotStopTheRestart) {

@@ -7,6 +7,7 @@
 #include "transfer/file_request.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <numeric>
 #include <random>
@@ -149,6 +150,7 @@ TEST_F(Downloads, ShortDamagedAndDatalessPacketsAreSkippedWithoutAMark) {
   world().deliver(1161, tiny(0), 10);
   EXPECT_EQ(download(1), kSuccess);
   EXPECT_EQ(world().diagnostics(), "crc is error\ncrc is error\n#");
+  EXPECT_EQ(world().read_file(kFile), "Z");
 }
 
 TEST_F(Downloads, AnyGoodPacketWithAnAwaitedNumberIsThatFragment) {
@@ -284,6 +286,24 @@ TEST_F(Downloads, AWaitErrorCountsAsSilence) {
   };
   EXPECT_EQ(download(1), kSuccess);
   EXPECT_EQ(world().sent.size(), 1U);
+}
+
+TEST_F(Downloads, AnAcceptedFragmentCostsOneSendOneWaitAndOneReceive) {
+  serve(fake::pattern(100 * 1024));
+  int waits = 0;
+  int receives = 0;
+  world().waitfor_result = [&](int, int) {
+    waits++;
+    return INT_MIN;
+  };
+  world().net_call_fails = [&](const std::string& call) {
+    receives += call == "recv" ? 1 : 0;
+    return false;
+  };
+  EXPECT_EQ(download(100), kSuccess);
+  EXPECT_EQ(world().sent.size(), 100U);
+  EXPECT_EQ(waits, 100);
+  EXPECT_EQ(receives, 100);
 }
 
 TEST_F(Downloads, AFailedReceiveIsSkipped) {

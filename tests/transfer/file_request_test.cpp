@@ -4,6 +4,7 @@
 #include "core/say.h"
 #include "tests/transfer/server.h"
 
+#include <climits>
 #include <cstring>
 
 using namespace rcmd;

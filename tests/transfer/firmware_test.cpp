@@ -282,6 +282,14 @@ TEST_F(Firmware, AFlashToolThatIsNotStartedEndsTheCommandWithoutARestart) {
                           "remove /tmp/firmware.download"));
 }
 
+TEST_F(Firmware, HowTheFlashToolEndedIsNotLookedAt) {
+  world().tool_status = 1;
+  EXPECT_THROW(rcm_upgradecmd_func(&context), fake::Restarted);
+  EXPECT_THAT(story_from("wait mtd"),
+              ElementsAre("wait mtd", "diag done\n", "remove /tmp/firmware.download",
+                          "diag upgrade firmware finished ...\n", "sleep 10", "restart 01234567"));
+}
+
 TEST_F(Firmware, ServicesThatCannotBeStoppedDoNotEndTheUpgrade) {
   world().console_broken = true;
   world().on_tool = [](const fake::ToolRun& run) { return run.arguments[0] == "mtd" ? 0 : 1; };
