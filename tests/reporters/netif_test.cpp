@@ -187,6 +187,17 @@ TEST_F(Interfaces, NamesAreSplitAtTheirFirstDigitAndKeepTheFilesOrder) {
   EXPECT_EQ(number("6to4", 11), 0);
 }
 
+TEST_F(Interfaces, EveryDigitSplitsAName) {
+  std::string content = kNewHeader;
+  std::vector<std::string> expected;
+  for (const char digit : std::string("0123456789")) {
+    content += std::string("if") + digit + ": 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n";
+    expected.push_back(std::string("if|") + digit);
+  }
+  EXPECT_EQ(init(content), 0);
+  EXPECT_EQ(names(), expected);
+}
+
 TEST_F(Interfaces, NamesMatchExactly) {
   EXPECT_EQ(init(std::string(kNewHeader) + "eth0: 0 9 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n"), 0);
   EXPECT_EQ(number("eth0", 11), 9);

@@ -7,6 +7,23 @@ using kit::Texts;
 
 namespace {
 
+int good_reallocs = -1; // how many succeed before one fails; negative: all
+
+} // namespace
+
+extern "C" {
+void* __real_realloc(void* memory, std::size_t size);
+
+void* __wrap_realloc(void* memory, std::size_t size) {
+  if (good_reallocs >= 0 && good_reallocs-- == 0) {
+    return nullptr;
+  }
+  return __real_realloc(memory, size);
+}
+}
+
+namespace {
+
 constexpr char kAccess[] = "eth0,1.2.3.4,ppp0,5.6.7.8,tcp,80,90,0,ACCEPT,web,1";
 constexpr char kForwarding[] = "ppp0,tcp,0.0.0.0,8080,192.168.1.9,80,0,camera,1";
 
@@ -103,6 +120,16 @@ TEST_F(Firewall, FieldsOfAnyLengthAreKept) {
   const std::string value = "a,b,c,d,e,f,g,h,i," + std::string(8000, 'd') + ",1";
   EXPECT_EQ(kit::write("firewall_access_rule0", value), 0);
   EXPECT_EQ(kit::read("firewall_access_rule0"), value);
+}
+
+TEST_F(Firewall, WithoutMemoryForItsTextARuleHasNone) {
+  kit::write("firewall_access_rule0", kAccess);
+  for (const int good : {0, 5, 10}) {
+    good_reallocs = good;
+    EXPECT_EQ(kit::read("firewall_access_rule0"), "<null>");
+    good_reallocs = -1;
+  }
+  EXPECT_EQ(kit::read("firewall_access_rule0"), kAccess);
 }
 
 TEST_F(Firewall, AValueLongerThanAnyDatagramIsRefused) {
