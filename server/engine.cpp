@@ -45,6 +45,11 @@ bool is_report(std::uint16_t type) {
          type == kServerTime || type == kKeepaliveParam || type == kTraffic;
 }
 
+/// What a registration consists of, all of it under one seq.
+bool is_asked_when_registering(std::uint16_t type) {
+  return type == kServerTime || type == kKeepaliveParam || type == kConf || type == kStatus;
+}
+
 using What = decltype(Event::what);
 
 std::optional<What> read_variable_report(const Packet& packet) {
@@ -239,16 +244,16 @@ void Engine::report(Peer& peer, const Packet& packet, Clock now) {
     counters_.ignored++;
     return;
   }
-  const bool question = packet.type == kServerTime || packet.type == kKeepaliveParam;
-  const std::string text = question ? enrolment_text(now) : "";
   peer.last_type = packet.type;
   if (auto what = read_report(packet, now)) {
     output_.event({peer.device.serial, now.unix_s, std::move(*what)});
   } else {
     counters_.ignored++;
   }
-  answer(peer, packet, view_of(text));     // also when it cannot be read: it would only come again
-  if (!question && packet.type != kConf) { // more questions and reports follow on those
+  // Also when it cannot be read: it would only come again.
+  answer(peer, packet, view_of(answer_text(packet.type, now)));
+  const bool more_follow = is_asked_when_registering(packet.type) && packet.type != kStatus;
+  if (!more_follow) {
     operations_.answered(peer);
   }
 }
@@ -275,6 +280,14 @@ void Engine::answer(const Peer& peer, const Packet& packet, View payload) {
   const Header header = answer_header(packet, peer.device.session, crc16(payload),
                                       static_cast<std::uint16_t>(payload.size()));
   output_.send(packet.from, header, payload);
+}
+
+/// A late answer to any of these packets may be taken for the server's time, and one to a packet of
+/// a first registration for the keepalive parameters too.
+std::string Engine::answer_text(std::uint16_t type, Clock now) const {
+  constexpr std::size_t kTimeDigits = 14;
+  const std::string text = enrolment_text(now);
+  return is_asked_when_registering(type) ? text : text.substr(0, kTimeDigits);
 }
 
 std::string Engine::enrolment_text(Clock now) const {
