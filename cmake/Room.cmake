@@ -39,6 +39,9 @@ function(add_room target)
     set(flags house_daemon)
   endif()
 
+  # What the room declared, for who must know all rooms below one.
+  set_property(GLOBAL PROPERTY HOUSE_USES_${target} "${ROOM_USES}")
+
   if(ROOM_OBJECTS)
     add_library(${target} OBJECT ${ROOM_SOURCES})
   elseif(ROOM_SOURCES)
