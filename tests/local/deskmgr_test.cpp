@@ -355,13 +355,14 @@ using DeskmgrConnect = Deskmgr;
 TEST_F(DeskmgrConnect, AllowedValuesStartTheWwan) {
   const int fd = connection();
   world().nvram = {{"wan0_enable", "1"}, {"wan0_wwan_mode", "3"}};
+  world().on_nvram_get = [](const std::string& name) { world().note("nvram_get " + name); };
   EXPECT_EQ(read(fd, request("0001")), 0);
   EXPECT_THAT(world().events,
               ElementsAre("console call deskmgrp_rw_handler ... \n", "console len = 12 \n",
                           "console msg_hdr->type = 01 (1) \n",
-                          "console receive a wwan_connect request ! \n",
-                          "nvram_set wan0_action=start", "send 16 to 0.0.0.0:0",
-                          "console send response packet ! \n"));
+                          "console receive a wwan_connect request ! \n", "nvram_get wan0_enable",
+                          "nvram_get wan0_wwan_mode", "nvram_set wan0_action=start",
+                          "send 16 to 0.0.0.0:0", "console send response packet ! \n"));
   EXPECT_EQ(last_answer(), kAnswerToConnect + "00000000");
   EXPECT_TRUE(world().committed.empty());
 }
@@ -456,11 +457,13 @@ using DeskmgrStatus = Deskmgr;
 TEST_F(DeskmgrStatus, DownIs1) {
   const int fd = connection();
   world().nvram = {{"wan0_status", "down"}};
+  world().on_nvram_get = [](const std::string& name) { world().note("nvram_get " + name); };
   EXPECT_EQ(read(fd, request("0003")), 0);
   EXPECT_THAT(world().events,
               ElementsAre("console call deskmgrp_rw_handler ... \n", "console len = 12 \n",
                           "console msg_hdr->type = 01 (1) \n",
-                          "console receive a status request ! \n", "send 16 to 0.0.0.0:0"));
+                          "console receive a status request ! \n", "nvram_get wan0_status",
+                          "send 16 to 0.0.0.0:0"));
   EXPECT_EQ(last_answer(), kAnswerToStatus + "00000001");
 }
 
