@@ -223,9 +223,11 @@ void Engine::registration(const Packet& packet, Clock now) {
     peer->registered_ms = now.steady_ms;
     peer->highest_seq = packet.seq;
   }
-  answer(*peer, packet, view_of(enrolment_text(now)));
   if (!repeated) {
     output_.event({device.serial, now.unix_s, Registered{device, restarted}});
+  }
+  answer(*peer, packet, view_of(enrolment_text(now)));
+  if (!repeated) {
     operations_.registered(*peer, restarted, now);
   }
 }
@@ -240,11 +242,14 @@ void Engine::report(Peer& peer, const Packet& packet, Clock now) {
   const bool question = packet.type == kServerTime || packet.type == kKeepaliveParam;
   const std::string text = question ? enrolment_text(now) : "";
   peer.last_type = packet.type;
-  answer(peer, packet, view_of(text)); // also when it cannot be read: it would only come again
   if (auto what = read_report(packet, now)) {
     output_.event({peer.device.serial, now.unix_s, std::move(*what)});
   } else {
     counters_.ignored++;
+  }
+  answer(peer, packet, view_of(text));     // also when it cannot be read: it would only come again
+  if (!question && packet.type != kConf) { // more questions and reports follow on those
+    operations_.answered(peer);
   }
 }
 

@@ -17,6 +17,19 @@ Clock clock_now() {
           duration_cast<seconds>(system_clock::now().time_since_epoch()).count()};
 }
 
+/// One line per event; of a transfer's progress only the steps.
+void log(const Event& event, const std::string& name) {
+  const auto* changed = std::get_if<OperationChanged>(&event.what);
+  if (changed == nullptr) {
+    spdlog::info("{} {}", event.serial, name);
+    return;
+  }
+  const Operation& operation = changed->operation;
+  const bool step = operation.state != OperationState::kTransferring || operation.asked == 0;
+  spdlog::log(step ? spdlog::level::info : spdlog::level::debug, "{} {} {}: {} {}", event.serial,
+              to_text(operation.kind), operation.id, to_text(operation.state), operation.detail);
+}
+
 } // namespace
 
 Hub::Hub(const Options& options)
@@ -74,7 +87,7 @@ void Hub::event(Event event) {
   const Json json = to_json(event);
   const auto& name = json["event"].get_ref<const std::string&>();
   const std::string text = dump_json(json);
-  spdlog::info("{} {}", event.serial, name);
+  log(event, name);
   spdlog::debug("{}", text);
   http_.publish(name, event.serial, text);
 }
@@ -88,12 +101,22 @@ ApiReply Hub::handle(const ApiRequest& request) {
 
 /// After whatever was done: what it stored is committed, and the next deadline is awaited.
 void Hub::settle() {
+  commit();
+  arm();
+}
+
+void Hub::commit() {
   try {
     store_.flush();
   } catch (const StoreError& error) {
     spdlog::error("database: {}", error.what());
   }
-  arm();
+}
+
+/// A device forgets what was acknowledged, so that is committed first.
+void Hub::send(const Address& to, View head, View body) {
+  commit();
+  link_.send(to, head, body);
 }
 
 void Hub::arm() {

@@ -31,12 +31,13 @@ public:
   /// Returns after SIGINT or SIGTERM.
   void run();
 
-  void send(const Address& to, View head, View body) override { link_.send(to, head, body); }
+  void send(const Address& to, View head, View body) override;
   void event(Event event) override;
 
 private:
   void restore();
   ApiReply handle(const ApiRequest& request);
+  void commit();
   void settle();
   void arm();
   void housekeeping();

@@ -26,7 +26,8 @@ struct Settings {
   std::function<Session()> new_session; ///< none: random bytes
 };
 
-/// Where the engine's datagrams and events go.
+/// Where the engine's datagrams and events go. What a datagram acknowledges was given as an event
+/// before.
 class Output {
 public:
   virtual ~Output() = default;
@@ -40,6 +41,7 @@ struct Task {
   Operation record;
   Bytes request; ///< the command's datagram
   std::int64_t deadline_ms = 0;
+  int tries = 0;                      ///< sends that waited for their answer in vain
   std::shared_ptr<const Image> image; ///< of a transfer
 };
 

@@ -33,8 +33,7 @@ Json Client::get(const std::string& target) const {
 }
 
 Json Client::post(const std::string& target, const Json& body) const {
-  return checked(
-      http_request(url, "POST", target, body.dump(-1, ' ', false, Json::error_handler_t::replace)));
+  return checked(http_request(url, "POST", target, body.dump())); // throws on what is no UTF-8
 }
 
 std::string device_path(const std::string& serial, const std::string& part) {

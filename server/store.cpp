@@ -11,8 +11,9 @@ namespace server {
 
 namespace {
 
-/// A traffic report that comes again within this time is the same one; the next is an hour away.
-constexpr std::int64_t kResentTraffic_s = 600;
+/// A traffic report that comes again within this time is the same one: a device sends it four times
+/// in 20 seconds, and the next an hour later.
+constexpr std::int64_t kResentTraffic_s = 45;
 
 const char kTables[] = R"(
 PRAGMA journal_mode=WAL;

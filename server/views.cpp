@@ -215,8 +215,8 @@ int watch(const Client& client, const WatchOptions& options) {
     static_cast<void>(client.get(device_path(options.serial))); // an unknown one is an error
   }
   EventStream events(client.url, options.serial.empty()
-                                      ? "/events"
-                                      : "/events?serial=" + percent_encoded(options.serial));
+                                     ? "/events"
+                                     : "/events?serial=" + percent_encoded(options.serial));
   const Deadline deadline = deadline_in(options.timeout_s);
   for (int seen = 0; options.count == 0 || seen < options.count;) {
     const auto event = events.next(deadline);

@@ -1,7 +1,7 @@
 #include "platform/api/checksum.h"
 
 #include <array>
-#include <string.h>
+#include <cstring>
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include "platform/common/hooks.h"
 #include "platform/common/monotonic.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <ctime>
 #include <sys/sysinfo.h>
-#include <time.h>
 
 namespace rcmd {
 

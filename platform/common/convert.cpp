@@ -1,8 +1,8 @@
 #include "platform/api/convert.h"
 
-#include <ctype.h>
-#include <stdio.h>
-#include <string.h>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
 
 extern "C" {
 

@@ -1,6 +1,6 @@
 #include "platform/api/system.h"
 
-#include <stdlib.h>
+#include <cstdlib>
 #include <unistd.h>
 
 extern "C" {

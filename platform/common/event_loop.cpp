@@ -2,8 +2,8 @@
 #include "platform/common/loop.h"
 #include "platform/common/monotonic.h"
 
-#include <errno.h>
-#include <limits.h>
+#include <cerrno>
+#include <climits>
 #include <poll.h>
 
 namespace {
@@ -133,7 +133,7 @@ Watch* free_row() {
 void rest(Watch& watch) {
   const int64_t longer = watch.rest_ms * 2;
   watch.rest_ms = longer == 0 ? kFirstRest_ms : longer < kLongestRest_ms ? longer : kLongestRest_ms;
-  watch.rests_until_ms = rcmd::timer_ms() + watch.rest_ms;
+  watch.rests_until_ms = rcmd::monotonic_ms() + watch.rest_ms;
 }
 
 /// What a pass polls: row, and which registration stood in it.
@@ -149,16 +149,22 @@ int64_t sooner(int64_t a, int64_t b) {
 }
 
 /// Fills `polled` with the descriptors that do not rest.
-/// @return when the next timer is due or the next rest ends
-int64_t collect(Polled& polled, int64_t now) {
-  int64_t wake = armed == nullptr ? INT64_MAX : deadline_of(armed);
+/// @return for how long only these can give the loop work, on the machine's clock; INT64_MAX: for
+/// ever
+int64_t collect(Polled& polled) {
+  int64_t wait = INT64_MAX;
+  if (armed != nullptr) {
+    const int64_t left = deadline_of(armed) - rcmd::timer_ms();
+    wait = left <= 0 ? 0 : rcmd::machine_ms(left);
+  }
+  const int64_t now = rcmd::monotonic_ms();
   polled.count = 0;
   for (Watch& watch : watches) {
     if (watch.handler == nullptr) {
       continue;
     }
     if (watch.rest_ms != 0 && watch.rests_until_ms > now) {
-      wake = sooner(wake, watch.rests_until_ms);
+      wait = sooner(wait, watch.rests_until_ms - now);
       continue;
     }
     polled.entries[polled.count] = {static_cast<int>(watch.descriptor.fd), POLLIN, 0};
@@ -166,14 +172,12 @@ int64_t collect(Polled& polled, int64_t now) {
     polled.serials[polled.count] = watch.serial;
     polled.count++;
   }
-  return wake;
+  return wait;
 }
 
-int wait_limit(int64_t wake, int64_t now, int max_wait_ms) {
-  const int64_t limit = max_wait_ms < 0 ? INT_MAX : max_wait_ms;
-  const int64_t wait = wake <= now ? 0 : sooner(rcmd::machine_ms(wake - now), limit);
-  // Without a timer, a rest or a limit there is nothing to wake up for but the descriptors.
-  return wake == INT64_MAX && max_wait_ms < 0 ? -1 : static_cast<int>(wait);
+int poll_limit(int64_t wait, int max_wait_ms) {
+  const int64_t limit = max_wait_ms < 0 ? wait : sooner(wait, max_wait_ms);
+  return limit == INT64_MAX ? -1 : static_cast<int>(sooner(limit, INT_MAX));
 }
 
 /// Calls the handler of a row that poll reported.
@@ -228,11 +232,10 @@ namespace rcmd {
 
 int loop_pass(int max_wait_ms) {
   const int fired = fire_due_timers();
-  const int64_t now = timer_ms();
   Polled polled;
-  const int64_t wake = collect(polled, now);
+  const int64_t wait = collect(polled);
   const int ready =
-      poll(polled.entries, polled.count, wait_limit(wake, now, fired > 0 ? 0 : max_wait_ms));
+      poll(polled.entries, polled.count, poll_limit(wait, fired > 0 ? 0 : max_wait_ms));
   return fired + (ready > 0 ? serve_descriptors(polled) : 0);
 }
 

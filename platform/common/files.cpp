@@ -1,6 +1,6 @@
 #include "platform/api/files.h"
 
-#include <errno.h>
+#include <cerrno>
 
 extern "C" {
 

@@ -1,11 +1,11 @@
 #include "platform/common/folder.h"
 #include "core/owned.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
-#include <limits.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 
 namespace rcmd {

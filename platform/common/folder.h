@@ -1,7 +1,7 @@
 // Files and the folders that they lie in.
 #pragma once
 
-#include <stddef.h>
+#include <cstddef>
 
 namespace rcmd {
 

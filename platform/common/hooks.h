@@ -2,8 +2,8 @@
 // few things that a virtual router must do differently.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 

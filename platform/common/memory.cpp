@@ -2,9 +2,9 @@
 #include "core/owned.h"
 #include "platform/api/memory.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
-#include <stdlib.h>
-#include <string.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The machine's memory as the kernel reports it.
 #pragma once
 
-#include <stdint.h>
+#include <cstdint>
 
 namespace rcmd {
 

@@ -2,7 +2,7 @@
 // which timers keep. They differ in a virtual router whose clock has been quickened.
 #pragma once
 
-#include <stdint.h>
+#include <cstdint>
 
 namespace rcmd {
 

@@ -11,8 +11,8 @@
 // "<image>.previous" and is taken when the image is damaged or missing.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 
@@ -66,7 +66,7 @@ private:
   uint32_t crc_ = 0;
   size_t length_ = 0;
   size_t buffered_ = 0;
-  char buffer_[4096];
+  char buffer_[4096] = {};
 };
 
 } // namespace rcmd

@@ -3,7 +3,7 @@
 #include "platform/api/console.h"
 #include "platform/common/hooks.h"
 
-#include <errno.h>
+#include <cerrno>
 
 namespace rcmd {
 

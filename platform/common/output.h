@@ -1,7 +1,7 @@
 // Writing whole texts to descriptors.
 #pragma once
 
-#include <stddef.h>
+#include <cstddef>
 
 namespace rcmd {
 

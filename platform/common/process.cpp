@@ -5,13 +5,13 @@
 #include "platform/common/hooks.h"
 #include "platform/common/monotonic.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <ctime>
 #include <fcntl.h>
-#include <limits.h>
 #include <spawn.h>
-#include <string.h>
 #include <sys/wait.h>
-#include <time.h>
 
 extern "C" char** environ;
 

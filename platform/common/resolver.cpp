@@ -1,8 +1,8 @@
 #include "platform/api/convert.h"
 
 #include <arpa/inet.h>
+#include <cstring>
 #include <netdb.h>
-#include <string.h>
 #include <sys/socket.h>
 
 namespace {

@@ -1,8 +1,8 @@
 #include "platform/api/wait.h"
 #include "platform/common/monotonic.h"
 
-#include <errno.h>
-#include <limits.h>
+#include <cerrno>
+#include <climits>
 #include <poll.h>
 
 extern "C" {

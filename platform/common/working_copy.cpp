@@ -1,6 +1,6 @@
 #include "platform/common/working_copy.h"
 
-#include <string.h>
+#include <cstring>
 
 namespace rcmd {
 
@@ -160,7 +160,7 @@ bool WorkingCopy::put(const char* name, size_t name_length, const char* value) {
   memcpy(text, name, name_length);
   if (value != nullptr) {
     text[name_length] = '=';
-    memcpy(text + name_length + 1, value, strlen(value));
+    memcpy(text + name_length + 1, value, strlen(value) + 1);
   }
   publish(header.used, static_cast<uint32_t>(offset + size));
   publish(*slot, offset);

@@ -16,8 +16,8 @@
 // stays 0, so that every text in it ends.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 

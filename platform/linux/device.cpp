@@ -8,11 +8,11 @@
 #include "platform/common/hooks.h"
 #include "platform/common/memory.h"
 
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <initializer_list>
-#include <signal.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/reboot.h>
 #include <unistd.h>
 

@@ -2,10 +2,10 @@
 #include "platform/api/net.h"
 #include "platform/api/wireless.h"
 
+#include <cstdint>
+#include <cstdio>
 #include <linux/sockios.h>
 #include <net/if.h>
-#include <stdint.h>
-#include <stdio.h>
 #include <sys/ioctl.h>
 
 namespace {

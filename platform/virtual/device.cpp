@@ -9,12 +9,13 @@
 #include "platform/common/memory.h"
 #include "platform/common/output.h"
 
+#include <algorithm>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
-#include <limits.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -117,7 +118,7 @@ int32_t clock_speed() {
   if (speed == 0) {
     const char* asked = getenv("VIRTUAL_ROUTER_TIME_SCALE");
     const long number = asked == nullptr ? 1 : strtol(asked, nullptr, 10);
-    speed = static_cast<int32_t>(number < 1 ? 1 : number > kMostSpeed ? kMostSpeed : number);
+    speed = static_cast<int32_t>(std::clamp(number, 1L, kMostSpeed));
   }
   return speed;
 }
@@ -164,7 +165,10 @@ int remove_device_file(const char* path) {
 int restart_device(uint32_t code) {
   char line[32];
   snprintf(line, sizeof line, "restart %08x\n", code);
-  return rcmd::tell_supervisor(line);
+  if (rcmd::tell_supervisor(line) != 0) {
+    return -1;
+  }
+  await_restart(); // nothing runs on behind a restart
 }
 
 int signal_init(int signal_number) {

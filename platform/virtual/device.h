@@ -24,8 +24,8 @@
 // fast as the machine's: uptime, timers and pauses. Waiting for an answer takes its real time.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 namespace rcmd {
 

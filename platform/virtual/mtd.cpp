@@ -3,8 +3,8 @@
 
 #include "platform/api/mtd.h"
 
-#include <errno.h>
-#include <string.h>
+#include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 

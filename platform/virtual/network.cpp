@@ -2,15 +2,15 @@
 #include "platform/common/nvram_store.h"
 
 #include <arpa/inet.h>
-#include <errno.h>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <initializer_list>
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <net/if_arp.h>
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/ioctl.h>
 
 namespace {

@@ -3,9 +3,9 @@
 #include "platform/api/wireless.h"
 #include "platform/virtual/device.h"
 
-#include <stdint.h>
-#include <stdio.h>
-#include <string.h>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
 
 namespace {
 

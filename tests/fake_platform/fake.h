@@ -76,13 +76,25 @@ struct PretendMtd {
 };
 
 struct World {
-  // Everything seen from outside, in order. The forms: "diag TEXT", "console TEXT",
-  // "nvram_set NAME=VALUE", "nvram_unset NAME", "nvram_commit", "tool ARGUMENTS[ >OUTPUT]",
-  // "wait TOOL" (a started tool collected), "send N to ADDRESS:PORT", "sleep N", "arm NAME N",
-  // "disarm NAME" (only when it was armed), "cancel NAME" (del_event on a disarmed timer),
-  // "register FD", "unregister FD", "close FD", "remove PATH", "check_memory N", "stop_ike",
-  // "unload_ipsec N", "restart 01234567", "signal N", "await_restart".
+  // Everything seen from outside, in order. The forms:
+  //   "diag TEXT", "console TEXT"
+  //   "nvram_set NAME=VALUE", "nvram_unset NAME", "nvram_commit"
+  //   "tool ARGUMENTS[ >OUTPUT]", "wait TOOL" (a started tool collected), "wait nobody"
+  //   "resolve TEXT[ flags N]" (flags other than 0), "socket FD", "bind ADDRESS:PORT", "listen N",
+  //   "setsockopt LEVEL OPTION[ = N]" (a value other than the int 1), "close FD",
+  //   "send N to ADDRESS:PORT", "receive flags N" (flags other than 0)
+  //   "register FD", "unregister FD", "do_fd", "arm NAME N", "disarm NAME" (it was armed),
+  //   "cancel NAME" (it was not), "sleep N"
+  //   "remove PATH", "check_memory N", "stop_ike", "unload_ipsec N"
+  //   "shmget KEY SIZE FLAGS", "shmat ID FLAGS", "shmdt", "semget KEY COUNT FLAGS",
+  //   "semop (NUMBER,OPERATION,FLAGS) ..."
+  //   "mtd_unlock START LENGTH", "mtd_erase START LENGTH", "mtd_read N", "mtd_write N"
+  //   "restart 01234567", "signal N", "await_restart"
   std::vector<std::string> events;
+  /// False: `events`, `sent` and `tools` stay empty, so that a long simulation does not grow.
+  bool recording = true;
+  /// Called with every event before it takes effect; what it throws leaves the code under test.
+  std::function<void(const std::string& event)> on_call;
   /// The events that begin with one of the prefixes, joined order kept.
   [[nodiscard]] std::vector<std::string> events_of(std::vector<std::string> prefixes) const;
   /// All diag texts, and all console texts, joined.
@@ -102,6 +114,9 @@ struct World {
 
   // Timers.
   void name_timer(const RcmTimer* timer, const std::string& name);
+  /// Called by add_event ("add") and del_event ("del") with the record as it is; gives their
+  /// result.
+  std::function<int(const std::string& call, const RcmTimer& timer)> on_timer;
   [[nodiscard]] bool armed(const RcmTimer* timer) const;
   [[nodiscard]] std::int64_t due_in_ms(const RcmTimer* timer) const; ///< -1: not armed
 
@@ -109,6 +124,7 @@ struct World {
   std::map<int, Socket> sockets;
   std::vector<Datagram> sent;
   std::function<void(const Datagram&)> on_send;           ///< a peer: may call deliver()
+  std::function<void(const Datagram&)> on_receive;        ///< a datagram is being read
   std::function<bool(const Datagram&)> send_fails;        ///< true: the send gives -1
   std::function<long(const Datagram&)> send_result;       ///< another result than the whole length
   std::function<int(int fd, int seconds)> waitfor_result; ///< not INT_MIN: waitfor gives that
@@ -133,11 +149,14 @@ struct World {
   std::map<std::string, std::string> committed;
   int nvram_set_result = 0;
   int commit_result = 0;
+  std::function<void(const std::string& name)> on_nvram_get;
 
   // Tools.
   std::vector<ToolRun> tools;
   std::function<int(const ToolRun&)> on_tool; ///< result of _eval; default 0
-  int tool_status = 0;                        ///< what wait_process gives for a started tool
+  /// A started tool is waited for: may let time pass. Default: tool_status.
+  std::function<int(const ToolRun&)> on_wait;
+  int tool_status = 0; ///< what wait_process gives for a started tool
 
   // Files: below root(); "tmp", "proc" and "dev" exist.
   [[nodiscard]] std::string root();
@@ -173,7 +192,7 @@ struct World {
   World& operator=(const World&) = delete;
 
   // Used by the platform functions.
-  void note(const std::string& event);  ///< a chain that never ends is ended by an exception
+  void note(const std::string& event); ///< a chain that never ends is ended by an exception
   bool fire_due_timers();
   bool serve_descriptors();
   [[nodiscard]] std::int64_t next_event_ms(std::int64_t limit_ms) const;
@@ -182,7 +201,8 @@ struct World {
   const RcmTimer* firing = nullptr;
   std::multimap<std::int64_t, std::function<void()>> schedule;
   int next_fd = 1000;
-  std::map<int, std::string> started;
+  std::map<int, ToolRun> started;
+  int tools_started = 0;
   std::unique_ptr<char[]> handed_out; ///< the last text of nvram_get
   std::string root_;
 };

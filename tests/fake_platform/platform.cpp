@@ -38,6 +38,9 @@ extern "C" {
 // nvram: the text of the last get dies with the next call, as the contract allows.
 
 const char* nvram_get(const char* name) {
+  if (world().on_nvram_get) {
+    world().on_nvram_get(name);
+  }
   const auto found = world().nvram.find(name);
   if (found == world().nvram.end()) {
     world().handed_out.reset();
@@ -106,13 +109,13 @@ int add_event(RcmTimer* timer) {
     delay_ms = 1000;
   }
   world().due[timer] = world().now_ms + delay_ms;
-  return 0;
+  return world().on_timer ? world().on_timer("add", *timer) : 0;
 }
 
 int del_event(RcmTimer* timer) {
   const bool was_armed = world().due.erase(timer) > 0;
   world().note((was_armed ? "disarm " : "cancel ") + name_of(timer));
-  return 0;
+  return world().on_timer ? world().on_timer("del", *timer) : 0;
 }
 
 // Processes.
@@ -126,11 +129,14 @@ int _eval(char* const argv[], const char* output, int timeout_s, int* pid) {
   run.timeout_s = timeout_s;
   run.waited = pid == nullptr;
   world().note("tool " + run.line() + (run.output.empty() ? "" : " " + run.output));
-  world().tools.push_back(run);
+  world().tools_started++;
+  if (world().recording) {
+    world().tools.push_back(run);
+  }
   const int result = world().on_tool ? world().on_tool(run) : 0;
   if (pid != nullptr && result == 0) {
-    *pid = 5000 + static_cast<int>(world().tools.size());
-    world().started[*pid] = run.arguments[0];
+    *pid = 5000 + world().tools_started;
+    world().started[*pid] = run;
   }
   return result;
 }
@@ -141,15 +147,17 @@ int wait_process(int pid) {
     world().note("wait nobody");
     return -1;
   }
-  world().note("wait " + found->second);
+  const fake::ToolRun run = found->second;
+  world().note("wait " + run.arguments[0]);
   world().started.erase(found);
-  return world().tool_status;
+  return world().on_wait ? world().on_wait(run) : world().tool_status;
 }
 
 // Conversions: the common ones are the platforms' own; the resolver is the test's.
 
-const char* atoaddr(const char* text, int, in_addr* address) {
-  world().note("resolve " + std::string(text));
+const char* atoaddr(const char* text, int flags, in_addr* address) {
+  world().note("resolve " + std::string(text) +
+               (flags == 0 ? "" : " flags " + std::to_string(flags)));
   if (world().on_resolve) {
     return world().on_resolve(text, address);
   }

@@ -2,6 +2,7 @@
 // emptied before each test and removed at the end.
 #pragma once
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace device_test {
@@ -44,6 +46,15 @@ protected:
   static void make_tool(const std::string& name, const std::string& script) {
     write("bin/" + name, "#!/bin/sh\n" + script + "\n");
     std::filesystem::permissions(folder() / "bin" / name, std::filesystem::perms::owner_all);
+  }
+
+  /// fork(), with a child that does not outlive the test program.
+  static pid_t start_child() {
+    const pid_t child = fork();
+    if (child == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+    return child;
   }
 
 private:

@@ -334,6 +334,23 @@ TEST(LoopDescriptors, AReusedNumberIsNotServedForItsPredecessor) {
   EXPECT_EQ(heir->calls, 0);
 }
 
+TEST(LoopDescriptors, ANewcomerIsNotServedForTheOneWhoseRowItTook) {
+  Door first(bound_socket(SOCK_DGRAM), [](int fd) { return take_from(fd).empty() ? -1 : 0; });
+  Door second(bound_socket(SOCK_DGRAM));
+  send_to(first.fd, "x");
+  send_to(second.fd, "x");
+  std::unique_ptr<Door> newcomer;
+  first.action = [&](int fd) {
+    unregister_fd_desc(second.fd); // and its datagram stays there
+    newcomer = std::make_unique<Door>(bound_socket(SOCK_DGRAM));
+    return take_from(fd).empty() ? -1 : 0;
+  };
+  pass();
+  pass();
+  EXPECT_EQ(second.calls, 0);
+  EXPECT_EQ(newcomer->calls, 0);
+}
+
 TEST(LoopDescriptors, ADatagramThatAnEarlierHandlerTookIsNotAskedForAgain) {
   Door first(bound_socket(SOCK_DGRAM));
   Door second(bound_socket(SOCK_DGRAM));
@@ -413,6 +430,24 @@ TEST(LoopRests, AnUnreadDatagramDoesNotWakeTheProcessor) {
   const long waited_ms =
       (after.tv_sec - before.tv_sec) * 1000 + (after.tv_nsec - before.tv_nsec) / 1'000'000;
   EXPECT_GE(waited_ms, 19);
+}
+
+TEST(LoopRests, AQuickenedClockShortensTimersAndNoRest) {
+  loop_test::speed = 60;
+  Door desktop(bound_socket(SOCK_DGRAM), [](int) { return -1; });
+  Alarm alarm;
+  alarm.arm(30);
+  send_to(desktop.fd, "x");
+  pass();
+  now_ms += 499;
+  pass();
+  EXPECT_EQ(desktop.calls, 1);
+  EXPECT_EQ(alarm.fired, 0);
+  now_ms += 1;
+  pass();
+  EXPECT_EQ(desktop.calls, 2);
+  EXPECT_EQ(alarm.fired, 1);
+  loop_test::speed = 1;
 }
 
 TEST(LoopRests, AFloodOfMalformedDatagramsDelaysNothing) {

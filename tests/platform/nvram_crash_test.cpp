@@ -38,7 +38,7 @@ protected:
 
   /// Starts a child, lets it work for a random time, and kills it.
   template <typename Work> void kill_in_the_middle_of(Work work) {
-    const pid_t child = fork();
+    const pid_t child = start_child();
     if (child == 0) {
       work();
       _exit(0);
@@ -129,7 +129,7 @@ TEST_F(Killed, ManyProcessesReadAndWriteAtOnce) {
   constexpr int kChanges = 2000;
   std::vector<pid_t> children;
   for (int writer = 0; writer < kWriters; writer++) {
-    children.push_back(fork());
+    children.push_back(start_child());
     if (children.back() == 0) {
       NvramStore store;
       const std::string own = "writer" + std::to_string(writer);
@@ -147,7 +147,7 @@ TEST_F(Killed, ManyProcessesReadAndWriteAtOnce) {
     }
   }
   for (int reader = 0; reader < kReaders; reader++) {
-    children.push_back(fork());
+    children.push_back(start_child());
     if (children.back() == 0) {
       NvramStore store;
       int last[kWriters] = {};

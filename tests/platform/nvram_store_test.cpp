@@ -45,7 +45,7 @@ protected:
 
   /// Runs in a child process; @return its exit status
   template <typename Action> static int in_child(Action action) {
-    const pid_t child = fork();
+    const pid_t child = start_child();
     if (child == 0) {
       _exit(action());
     }
@@ -215,7 +215,7 @@ TEST_F(Store, AForkedChildDoesNotShareItsParentsLock) {
   store.set("x", "1");
   std::vector<pid_t> children;
   for (int child = 0; child < 4; child++) {
-    children.push_back(fork());
+    children.push_back(start_child());
     if (children.back() == 0) {
       for (int i = 0; i < 300; i++) {
         store.set(("child" + std::to_string(child) + "_" + std::to_string(i)).c_str(), "y");
@@ -487,7 +487,7 @@ TEST_F(Store, ALeftoverOfAnUnfinishedFileDoesNoHarm) {
   EXPECT_FALSE(std::filesystem::exists(folder() / "run/nvram.new"));
 }
 
-TEST(StoreInterface, TheThreeFunctionsShareOneStore) {
+TEST_F(Store, TheThreeFunctionsOfTheInterfaceShareOneStore) {
   EXPECT_EQ(nvram_set("interface", "x"), 0);
   EXPECT_STREQ(nvram_get("interface"), "x");
   EXPECT_EQ(nvram_commit(), 0);

@@ -186,11 +186,22 @@ TEST_F(VirtualDevice, RestartAndSignalGoToTheSupervisorsEar) {
   const std::string ear = (folder() / "run/init").string();
   ASSERT_EQ(mkfifo(ear.c_str(), 0600), 0);
   const int supervisor = open(ear.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  EXPECT_EQ(restart_device(0x01234567), 0);
   EXPECT_EQ(signal_init(15), 0);
   char text[64] = "";
-  EXPECT_EQ(::read(supervisor, text, sizeof text - 1), 27);
-  EXPECT_STREQ(text, "restart 01234567\nsignal 15\n");
+  EXPECT_EQ(::read(supervisor, text, sizeof text - 1), 10);
+  EXPECT_STREQ(text, "signal 15\n");
+
+  const pid_t daemon = start_child();
+  if (daemon == 0) {
+    restart_device(0x01234567);
+    _exit(1);
+  }
+  EXPECT_GT(waitfor(supervisor, 10), 0);
+  EXPECT_EQ(::read(supervisor, text, sizeof text - 1), 17);
+  EXPECT_STREQ(text, "restart 01234567\n");
+  EXPECT_EQ(waitpid(daemon, nullptr, WNOHANG), 0) << "it waits for its end";
+  kill(daemon, SIGKILL);
+  waitpid(daemon, nullptr, 0);
   close(supervisor);
 }
 

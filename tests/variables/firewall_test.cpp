@@ -117,6 +117,16 @@ TEST_F(Firewall, TheUnitIsIgnoredAndRulesDoNotMix) {
   EXPECT_EQ(kit::read("firewall_portforwarding_rule0"), "");
 }
 
+TEST_F(Firewall, TheRuleNumberIsWhatTheNameEndsWith) {
+  const rcmd::VariableEntry access = {"firewall_access_rule12", rcmd::kPlain, nullptr, nullptr};
+  EXPECT_EQ(rcmd::firewall_access_set(0, "", &access), 0);
+  const rcmd::VariableEntry forwarding = {"firewall_portforwarding_rule012x", rcmd::kPlain, nullptr,
+                                          nullptr};
+  EXPECT_EQ(rcmd::firewall_portforwarding_set(0, "", &forwarding), 0);
+  EXPECT_EQ(world().events, (Texts{"nvram_set firewall_access12_status=0",
+                                   "nvram_set firewall_portforwarding12_status=0"}));
+}
+
 TEST_F(Firewall, TheStatusOfAWriteIsTheStatusKeys) {
   world().nvram_set_result = -4;
   EXPECT_EQ(kit::write("firewall_access_rule0", kAccess), -4);

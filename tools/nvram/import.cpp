@@ -1,6 +1,6 @@
 #include "tools/nvram/import.h"
 
-#include <string.h>
+#include <cstring>
 
 namespace rcmd {
 

@@ -5,7 +5,7 @@
 // are passed over. A NUL byte is malformed. A value that holds a line feed has no text form.
 #pragma once
 
-#include <stddef.h>
+#include <cstddef>
 
 namespace rcmd {
 

@@ -3,8 +3,8 @@
 #include "platform/api/nvram.h"
 #include "platform/common/nvram_store.h"
 
-#include <stdlib.h>
-#include <string.h>
+#include <cstdlib>
+#include <cstring>
 
 namespace rcmd {
 

@@ -1,7 +1,7 @@
 // Writing all settings as lines "name=value", sorted by name.
 #pragma once
 
-#include <stdio.h>
+#include <cstdio>
 
 namespace rcmd {
 

@@ -5,9 +5,9 @@
 #include "tools/nvram/import.h"
 #include "tools/nvram/listing.h"
 
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace rcmd {
 
