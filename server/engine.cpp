@@ -9,7 +9,6 @@ namespace server {
 namespace {
 
 constexpr std::int64_t kNetworkCopy_ms = 500;
-constexpr std::int64_t kRepeatedRegistration_ms = 2000;
 constexpr std::int64_t kUptimeSlack_s = 5;
 
 Session random_session() {
@@ -22,22 +21,32 @@ Session random_session() {
   return session;
 }
 
-/// A device that started anew counts its packets from 0 again, and its uptime too.
+/// A device that started anew counts its packets from 0 again, and its uptime too. A REGISTER that
+/// was sent again through an outage is as old as the outage is long, and so is the uptime in it: one
+/// that is less than expected proves nothing by itself.
 bool has_restarted(const Peer& peer, const Packet& packet, const Device& fresh, Clock now) {
-  const bool counts_anew = peer.highest_seq ? packet.seq < *peer.highest_seq : packet.seq == 0;
-  const std::int64_t expected = peer.device.uptime + (now.unix_s - peer.device.registered);
-  return counts_anew || fresh.uptime + kUptimeSlack_s < expected;
+  const std::int64_t since = now.unix_s - peer.device.registered;
+  if (packet.seq == 0 && peer.highest_seq != 0U) {
+    return true;
+  }
+  if (fresh.uptime >= since) {
+    return false; // it was up already when it last registered
+  }
+  return packet.seq == 0 ? fresh.uptime + kUptimeSlack_s < peer.device.uptime + since
+                         : fresh.uptime < peer.device.uptime;
 }
 
 /// A REGISTER that the device sent again because it missed the answer, or a late copy of it.
-bool is_repeated(const Peer& peer, const Packet& packet, Clock now) {
+bool is_repeated(const Peer& peer, const Packet& packet, const Device& fresh, Clock now) {
   if (!std::ranges::equal(peer.registration, packet.bytes)) {
     return false;
   }
+  if (fresh.uptime >= now.unix_s - peer.device.registered) {
+    return true; // a device that started anew since then would not be up for so long
+  }
   const bool restart_awaited =
       !peer.tasks.empty() && peer.tasks.front()->record.state == OperationState::kRestarting;
-  return !restart_awaited && (peer.last_type == kRegister ||
-                              now.steady_ms - peer.registered_ms < kRepeatedRegistration_ms);
+  return !restart_awaited && peer.last_type == kRegister;
 }
 
 bool is_report(std::uint16_t type) {
@@ -214,7 +223,7 @@ void Engine::registration(const Packet& packet, Clock now) {
     return;
   }
   Device& device = peer->device;
-  const bool repeated = is_repeated(*peer, packet, now);
+  const bool repeated = is_repeated(*peer, packet, fresh, now);
   const bool restarted = has_restarted(*peer, packet, fresh, now);
   device.address = packet.from;
   device.last_seen = now.unix_s;
@@ -225,7 +234,6 @@ void Engine::registration(const Packet& packet, Clock now) {
     device.registered = now.unix_s;
     device.registrations++;
     peer->registration.assign(packet.bytes.begin(), packet.bytes.end());
-    peer->registered_ms = now.steady_ms;
     peer->highest_seq = packet.seq;
   }
   if (!repeated) {

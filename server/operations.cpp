@@ -153,8 +153,9 @@ void Operations::registered(Peer& peer, bool restarted, Clock now) {
   Task& task = *peer.tasks.front();
   const OperationState state = task.record.state;
   if (restarts_device(task.record.kind)) {
-    // A lost acknowledgement does not matter once the device is seen to have restarted.
-    if (state == OperationState::kRestarting || (state == OperationState::kSent && restarted)) {
+    // Without its acknowledgement a restart proves nothing: a power cut looks the same, and takes
+    // what was not committed with it. The command is sent on; carried out twice, it does no harm.
+    if (state == OperationState::kRestarting) {
       back_online(peer, task, now);
     }
     return;

@@ -217,6 +217,33 @@ TEST_F(Engines, ARestartShowsInTheSequenceOrInTheUptime) {
   EXPECT_TRUE(last_event<Registered>()->restarted);
 }
 
+TEST_F(Engines, ARegistrationThatWasSentAgainThroughAnOutageIsNoRestart) {
+  enrol(0, 100);
+  hear(kKeepalive, 0, 7);
+  advance(600000); // its uptime tells of the moment when it was made, 8 minutes ago
+  hear(kRegister, 0, 7, registration(220, "1.0"));
+  EXPECT_FALSE(last_event<Registered>()->restarted);
+}
+
+TEST_F(Engines, ADeviceThatIsUpForLongerThanItIsRegisteredHasNotRestarted) {
+  enrol(0, 100);
+  advance(60000);
+  hear(kRegister, 0, 0, registration(130, "1.0"));
+  EXPECT_FALSE(last_event<Registered>()->restarted);
+}
+
+TEST_F(Engines, ALateCopyOfARegistrationIsNoNewOne) {
+  enrol(0, 20);
+  hear(kServerTime, 0, 0);
+  hear(kKeepalive, 0, 1);
+  advance(15000);
+  events.clear();
+  hear(kRegister, 0, 0, registration(20, "1.0"));
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].bytes[7], '1'); // the session that the device has
+  EXPECT_TRUE(events.empty());
+}
+
 TEST_F(Engines, ACopyThatTheNetworkMadeIsNotAnsweredASecondTime) {
   enrol();
   hear(kConf, 0, 1, bytes_of(std::string("\0\0\0\0a=1\0", 8)));
