@@ -147,7 +147,7 @@ TEST_F(Firewall, TheUnitIsIgnoredAndRulesDoNotMix) {
 TEST_F(Firewall, TheRuleNumberIsWhatTheNameEndsWith) {
   const rcmd::VariableEntry access = {"firewall_access_rule12", rcmd::kPlain, nullptr, nullptr};
   EXPECT_EQ(rcmd::firewall_access_set(0, "", &access), 0);
-  const rcmd::VariableEntry forwarding = {"firewall_portforwarding_rule012x", rcmd::kPlain, nullptr,
+  const rcmd::VariableEntry forwarding = {"firewall_portforwarding_rule12x", rcmd::kPlain, nullptr,
                                           nullptr};
   EXPECT_EQ(rcmd::firewall_portforwarding_set(0, "", &forwarding), 0);
   EXPECT_EQ(world().events, (Texts{"nvram_set firewall_access12_status=0",

@@ -19,7 +19,7 @@ TEST_F(LanDhcpRules, TheKeyCarriesTheRuleNumberInTheMiddle) {
 }
 
 TEST_F(LanDhcpRules, TheRuleNumberIsWhatTheNameEndsWith) {
-  const rcmd::VariableEntry row = {"lan_dhcp_rule012x", rcmd::kPlain, nullptr, nullptr};
+  const rcmd::VariableEntry row = {"lan_dhcp_rule12x", rcmd::kPlain, nullptr, nullptr};
   EXPECT_EQ(rcmd::lan_dhcp_rule_set(0, "a", &row), 0);
   EXPECT_EQ(world().events, kit::Texts{"nvram_set lan_dhcp12_rule=a"});
 }
