@@ -22,8 +22,8 @@ Session random_session() {
 }
 
 /// A device that started anew counts its packets from 0 again, and its uptime too. A REGISTER that
-/// was sent again through an outage is as old as the outage is long, and so is the uptime in it: one
-/// that is less than expected proves nothing by itself.
+/// was sent again through an outage is as old as the outage is long, and so is the uptime in it:
+/// one that is less than expected proves nothing by itself.
 bool has_restarted(const Peer& peer, const Packet& packet, const Device& fresh, Clock now) {
   const std::int64_t since = now.unix_s - peer.device.registered;
   if (packet.seq == 0 && peer.highest_seq != 0U) {

@@ -52,8 +52,8 @@ struct Peer {
   std::uint16_t last_type = 0;
   std::optional<std::uint32_t> highest_seq; ///< since it registered
   Bytes registration;                       ///< its last REGISTER
-  std::deque<std::shared_ptr<Task>> tasks; ///< the first is under way, the others wait
-  std::shared_ptr<Task> transfer;          ///< the latest transfer, finished or not
+  std::deque<std::shared_ptr<Task>> tasks;  ///< the first is under way, the others wait
+  std::shared_ptr<Task> transfer;           ///< the latest transfer, finished or not
 };
 
 } // namespace server

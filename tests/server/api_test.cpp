@@ -114,8 +114,9 @@ TEST_F(Apis, EveryCommandHasItsType) {
   post(device + "commit");
   EXPECT_EQ(fake::type_of(sent[0].bytes), kCommitReboot);
   acknowledge();
-  advance(1000);
+  advance(60'000);
   enrol();
+  sent.clear();
   post(device + "restore-defaults");
   EXPECT_EQ(fake::type_of(sent[0].bytes), kRestoreDefaults);
 }
