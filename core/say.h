@@ -1,5 +1,5 @@
 // The daemon's two printers; there is no third. Texts stand as they are: no prefix, no line end
-// is added.
+// is added. A text of more than 9215 characters is cut there; a datagram's worth fits.
 #pragma once
 
 namespace rcmd {
@@ -11,7 +11,7 @@ extern int debug;
 void diag(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Opens the device's console, writes the text in one piece and closes it, whatever `debug` says.
-/// @return false when the console could not be opened
+/// @return false when the console could not be opened; nobody can be told, so callers drop it
 bool console(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 } // namespace rcmd

@@ -96,7 +96,7 @@ in_addr resolve_server(const char* server) {
       return address;
     }
     if (std::strcmp(error, kLookupFailed) != 0) {
-      ignore(console("can not resolve %s \n", server)); // the end is the same without a console
+      console("can not resolve %s \n", server);
       act_exit();
     }
     sleep_seconds(1);
@@ -124,13 +124,13 @@ int run_daemon(int argc, char** argv) {
 
   const Options options = read_options(argc, argv);
   if (options.server == nullptr) {
-    ignore(console("miss rcm server ... \n"));
+    console("miss rcm server ... \n");
     act_exit();
   }
   const in_addr server = resolve_server(options.server);
   // DELIBERATE: a missing domain is told only once the server's name has resolved.
   if (options.domain == nullptr) {
-    ignore(console("miss rcm domain ... \n"));
+    console("miss rcm domain ... \n");
     act_exit();
   }
   copy_field(context->domain, sizeof context->domain, options.domain);

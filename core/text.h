@@ -13,7 +13,8 @@ struct TextWriter {
   std::size_t used;     ///< characters written so far; no NUL is counted
 
   /// Appends, and leaves a NUL behind the text that is not counted in `used`.
-  /// @return false when the piece and its NUL do not fit; nothing has changed then
+  /// @return false when the piece and its NUL do not fit; `used` and the text are as before then,
+  /// but the bytes behind the text's NUL may have been written
   [[nodiscard]] bool append(const char* format, ...) __attribute__((format(printf, 2, 3)));
 };
 

@@ -1,9 +1,9 @@
 // Exchanges: send the packet in tx_buf, wait for its answer, send again. One piece of code for all;
 // what differs between them on purpose stands side by side in the table below.
 //
-// The answer is the first good packet whose `seq` is the context's; its type, flags and sender are
-// not looked at. Everything else that arrives meanwhile is read and dropped: it never counts as a
-// send, and each wait of 5 seconds starts afresh behind it.
+// DELIBERATE: the answer is the first good packet whose `seq` is the context's; its type, flags and
+// sender are not looked at. Everything else that arrives meanwhile is read and dropped: it never
+// counts as a send, and each wait of 5 seconds starts afresh behind it.
 #pragma once
 
 #include "core/context.h"
@@ -26,7 +26,9 @@ struct ExchangeRules {
 };
 constexpr int kEndless = -1;
 
-// Every answer sets `online` to 1 and `retransmit_count` to 0; none advances `seq`.
+// Every answer sets `online` to 1 and `retransmit_count` to 0.
+// DELIBERATE: none advances `seq`, unlike an acknowledgement that the dispatcher takes: where the
+// caller does not, the next packet leaves under the same number.
 //                                                   session  resends  misses  after failure
 inline constexpr ExchangeRules kRegisterExchange = {true, kEndless, true, Online::kUntouched};
 inline constexpr ExchangeRules kServerTimeExchange = {true, 3, false, Online::kClear};

@@ -20,8 +20,7 @@ NetIf* interface_list = nullptr;
 namespace {
 
 constexpr int kLineBytes = 256;
-// DELIBERATE: kernels that count no bytes are taken to move packets of this estimated mean size.
-constexpr unsigned kMeanPacketBytes = 308;
+constexpr unsigned kMeanPacketBytes = 308; // estimated
 
 constexpr std::int32_t kOther = 1;
 constexpr std::int32_t kEthernet = 6;
@@ -29,6 +28,7 @@ constexpr std::int32_t kTokenRing = 9;
 constexpr std::int32_t kLoopback = 24;
 
 struct Counters {
+  bool has_bytes; // otherwise the two byte counts mean nothing
   unsigned long long rx_bytes, rx_packets, rx_errors, tx_bytes, tx_packets, tx_errors, collisions;
 };
 
@@ -70,7 +70,7 @@ bool read_new_format(const char* text, Counters& counters) {
   if (!read_numbers(text, n, 14)) {
     return false;
   }
-  counters = {n[0], n[1], n[2], n[8], n[9], n[10], n[13]};
+  counters = {true, n[0], n[1], n[2], n[8], n[9], n[10], n[13]};
   return true;
 }
 
@@ -80,8 +80,21 @@ bool read_old_format(const char* text, Counters& counters) {
   if (!read_numbers(text, n, 10)) {
     return false;
   }
-  counters = {n[0] * kMeanPacketBytes, n[0], n[1], n[5] * kMeanPacketBytes, n[5], n[6], n[9]};
+  counters = {false, 0, n[0], n[1], 0, n[5], n[6], n[9]};
   return true;
+}
+
+// Fills in what the kernel does not count.
+void complete(Counters& counters, const char* name) {
+  if (std::strcmp(name, "lo") == 0 && counters.rx_packets != 0 && counters.tx_packets == 0) {
+    // DELIBERATE: a loopback that counts no sent packets sent as many as it received.
+    counters.tx_packets = counters.rx_packets;
+  }
+  if (!counters.has_bytes) {
+    // DELIBERATE: where no bytes are counted, packets are taken to have the estimated mean size.
+    counters.rx_bytes = counters.rx_packets * kMeanPacketBytes;
+    counters.tx_bytes = counters.tx_packets * kMeanPacketBytes;
+  }
 }
 
 void free_interface(NetIf* interface) {
@@ -115,9 +128,14 @@ void store_counters(NetIf& interface, const Counters& counters) {
   interface.collisions = static_cast<std::uint32_t>(counters.collisions);
 }
 
-bool query(int fd, unsigned long what, const char* name, ifreq& request) {
-  std::memset(&request, 0, sizeof request);
+ifreq request_for(const char* name) {
+  ifreq request = {};
   copy_field(request.ifr_name, sizeof request.ifr_name - 1, name);
+  return request;
+}
+
+bool query(int fd, unsigned long what, const char* name, ifreq& request) {
+  request = request_for(name);
   return net_ioctl(fd, what, &request) == 0;
 }
 
@@ -173,21 +191,16 @@ void query_all(int fd, const char* name, NetIf& interface) {
 void query_ethernet_tool(int fd, const char* name) {
   std::uint32_t settings[11] = {1}; // get settings
   static_assert(sizeof settings == 44);
-  ifreq request = {};
-  copy_field(request.ifr_name, sizeof request.ifr_name - 1, name);
+  ifreq request = request_for(name);
   request.ifr_data = reinterpret_cast<char*>(settings);
   ignore(net_ioctl(fd, SIOCETHTOOL, &request)); // nothing depends on it
 }
 
 // Appends one interface at `tail`. @return false when memory is out
-bool add_interface(NetIf**& tail, int fd, const char* name, Counters counters) {
+bool add_interface(NetIf**& tail, int fd, const char* name, const Counters& counters) {
   NetIf* interface = new_interface(name);
   if (interface == nullptr) {
     return false;
-  }
-  if (std::strcmp(name, "lo") == 0 && counters.rx_packets != 0 && counters.tx_packets == 0) {
-    // DELIBERATE: a loopback that counts no sent packets sent as many as it received.
-    counters.tx_packets = counters.rx_packets;
   }
   store_counters(*interface, counters);
   query_all(fd, name, *interface);
@@ -222,7 +235,9 @@ void read_interfaces(std::FILE* file, int fd) {
       continue;
     }
     *colon = '\0';
-    if (!add_interface(tail, fd, skip_blanks(line), counters)) {
+    const char* name = skip_blanks(line);
+    complete(counters, name);
+    if (!add_interface(tail, fd, name, counters)) {
       return;
     }
   }

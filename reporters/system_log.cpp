@@ -101,11 +101,7 @@ bool append(Line& line, const RingRecord& record) {
   std::memcpy(line.text + line.length, record.text, taken);
   line.length += taken;
   line.text[line.length] = '\0';
-  if (record.text[record.length - 1] != '\n') {
-    return false;
-  }
-  line.text[line.length - 1] = '\n'; // what was cut keeps its line end
-  return true;
+  return line.text[line.length - 1] == '\n' || record.text[record.length - 1] == '\n';
 }
 
 bool is_space(char c) {
@@ -131,18 +127,18 @@ char* next_token(char*& at) {
 
 // Takes the line apart, in place. @return false when it has no readable time of day
 bool read_stamp(Line& line, Stamp& stamp) {
-  line.text[line.length - 1] = '\0'; // the newline
+  line.text[line.length - 1] = '\0'; // the newline, or what stands there in a line that was cut
   char* at = line.text + std::min<std::size_t>(line.length - 1, 2);
   const char* days = next_token(at);
-  const char* ignored = next_token(at);
+  next_token(at);
   const char* time_of_day = next_token(at);
-  if (days == nullptr || ignored == nullptr || time_of_day == nullptr) {
+  if (days == nullptr || time_of_day == nullptr) {
     return false;
   }
   int hours = 0;
   int minutes = 0;
   int seconds = 0;
-  if (std::sscanf(time_of_day, "%2d:%2d:%2d", &hours, &minutes, &seconds) != 3) {
+  if (std::sscanf(time_of_day, "%02d:%02d:%02d", &hours, &minutes, &seconds) != 3) {
     return false;
   }
   stamp.since_boot_s = static_cast<std::uint32_t>(decimal(days)) * 86400U +
@@ -256,7 +252,7 @@ void log_error_exit(const char* message) {
   diag("%s", message);
   if (shm_id != -1) {
     ipc_shmdt(ring);
-    shm_id = -1;
+    shm_id = -1; // a test goes on behind the end of its process
     ring = nullptr;
   }
   exit_process(1);

@@ -69,18 +69,14 @@ void take_sample(RcmContext& context) {
   difference.rx_packets = now.rx_packets - context.last_wwan_rx_packets;
   store_baselines(context, now);
   the_log.sample_count++;
-  the_log.hour.tx_bytes += difference.tx_bytes;
-  the_log.hour.rx_bytes += difference.rx_bytes;
-  the_log.hour.tx_packets += difference.tx_packets;
-  the_log.hour.rx_packets += difference.rx_packets;
+  the_log.hour_tx_bytes += difference.tx_bytes;
+  the_log.hour_rx_bytes += difference.rx_bytes;
+  the_log.hour_tx_packets += difference.tx_packets;
+  the_log.hour_rx_packets += difference.rx_packets;
 }
 
 long as_signed(std::uint32_t value) {
   return static_cast<std::int32_t>(value);
-}
-
-TrafficPayload& payload_of(RcmContext& context) {
-  return *reinterpret_cast<TrafficPayload*>(tx_payload(context));
 }
 
 void say_text(const RcmContext& context) {
@@ -92,17 +88,16 @@ void say_text(const RcmContext& context) {
 // @return the length of the packet in tx_buf
 std::size_t build_packet(RcmContext& context) {
   begin_packet(context, kTraffic, kReportFlags);
-  TrafficPayload& payload = payload_of(context);
-  payload.hour_tx_bytes = the_log.hour.tx_bytes;
-  payload.hour_rx_bytes = the_log.hour.rx_bytes;
-  diag("hour_tx_bytes=%ld\n", as_signed(the_log.hour.tx_bytes));
-  diag("hour_rx_bytes=%ld\n", as_signed(the_log.hour.rx_bytes));
+  auto& payload = *reinterpret_cast<TrafficPayload*>(tx_payload(context));
+  payload.hour_tx_bytes = the_log.hour_tx_bytes;
+  payload.hour_rx_bytes = the_log.hour_rx_bytes;
+  diag("hour_tx_bytes=%ld\n", as_signed(the_log.hour_tx_bytes));
+  diag("hour_rx_bytes=%ld\n", as_signed(the_log.hour_rx_bytes));
   const std::size_t text_bytes =
       get_traffic_info(reinterpret_cast<char*>(&payload + 1), kMaxPayloadBytes - sizeof payload);
   // DELIBERATE: the next hour begins before anything is sent; an hour that nobody acknowledges is
   // lost.
-  the_log.hour = {};
-  the_log.sample_count = 0;
+  the_log = {};
   const std::size_t bytes = finish_packet(context, sizeof payload + text_bytes);
   context.tx_length = static_cast<std::uint32_t>(bytes);
   return bytes;
@@ -147,7 +142,7 @@ void rcm_trafficsender_func(void* arg) {
   // DELIBERATE: `online` is not asked; the hour is sent in every state.
   diag("Send traffic packet(seq=%d) to server...\n", static_cast<int>(context.seq));
   const std::size_t bytes = build_packet(context);
-  // DELIBERATE: no acknowledgement sets `online` to 0 here, unlike for a batch of log lines.
+  // DELIBERATE: a missing acknowledgement sets `online` to 0, unlike for a batch of log lines.
   ignore(exchange(context, bytes, kTrafficExchange, {say_text, nullptr}));
   rearm(rcm_trafficsender, kTrafficReport_s);
 }

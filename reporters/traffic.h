@@ -21,8 +21,11 @@ struct TrafficCounters {
 };
 
 struct TrafficLog {
-  TrafficCounters hour; ///< sums over the filled slots
-  std::int32_t sample_count;
+  std::uint32_t hour_tx_bytes; ///< sums over the filled slots
+  std::uint32_t hour_rx_bytes;
+  std::uint32_t hour_tx_packets;
+  std::uint32_t hour_rx_packets;
+  std::int32_t sample_count;        ///< filled slots
   std::int32_t time[kTrafficSlots]; ///< wall clock, seconds since the epoch
   TrafficCounters difference[kTrafficSlots];
 };

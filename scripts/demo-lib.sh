@@ -105,6 +105,15 @@ registered_more_often_than() {
   [ -n "$count" ] && [ "$count" -gt "$1" ]
 }
 
+# Registered once more than that, and the whole chain done: the station count is the last that a router
+# reports. While a router registers, what the server asks of it is lost.
+enrolled_again_after() {
+  local since
+  registered_more_often_than "$1" || return 1
+  since=$(rcmctl --json devices | jq -r --arg serial "$serial" '.[] | select(.serial == $serial) | .registered')
+  [ "$(rcmctl --json get "$serial" wl0_sta_maxunit | jq -r .time)" -ge "$since" ]
+}
+
 # Ctrl-C ends everything.
 show_enrolment() {
   cat <<TEXT

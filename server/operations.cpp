@@ -206,9 +206,9 @@ bool Operations::file_request(Peer& peer, const Packet& packet, Clock now) {
   // DELIBERATE: the device writes count and length of its file request in little-endian order, and
   // the name behind the counted payload, unlike every other packet.
   const View asked = packet.payload;
-  const auto count = static_cast<std::uint32_t>(asked[2] | (asked[3] << 8));
+  const std::uint32_t count = asked[2] | (asked[3] * 0x100U);
   const std::uint32_t length =
-      asked[4] | (asked[5] << 8) | (asked[6] << 16) | (static_cast<std::uint32_t>(asked[7]) << 24);
+      asked[4] | (asked[5] * 0x100U) | (asked[6] * 0x10000U) | (asked[7] * 0x1000000U);
   if (count != task->record.fragments || length != task->record.length ||
       text_of(packet.rest) != task->record.name) {
     return false;

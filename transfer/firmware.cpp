@@ -36,7 +36,7 @@ constexpr FileTransfer kFirmwareTransfer = {kFwReq, do_rcm_download_firmware, nu
 
 // A tool that is not there is no reason to stop: its results are dropped throughout.
 void stop_services() {
-  ignore(console("Stop ipsec...\n")); // a device without a console upgrades too
+  console("Stop ipsec...\n"); // a device without a console upgrades too
   ignore(unload_ipsec(0));
   ignore(stop_ike());
   sleep_seconds(2);

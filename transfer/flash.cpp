@@ -142,11 +142,11 @@ bool write_block(FlashUpgrade& flash, std::uint32_t end) {
   if (mtd_erase(flash.mtd.get(), &flash.erase) != 0) {
     return false;
   }
-  ignore(console("-"));
+  console("-");
   if (mtd_write(flash.mtd.get(), flash.block, chunk) != static_cast<ssize_t>(chunk)) {
     return false;
   }
-  ignore(console("+"));
+  console("+");
   flash.erase.start += chunk;
   return true;
 }

@@ -22,16 +22,14 @@ constexpr const char* kForwardingFields[] = {"interface", "protocol",  "srcip", 
                                              "natip",     "localport", "autofw", "desc"};
 
 struct RuleKind {
-  const char* row_stem; // of the variable's name, before the rule number
-  const char* key_stem; // of the keys
+  const char* stem; // of the keys, and of the variable's name before "_rule" and the number
   const char* const* fields;
   int field_count;
 };
 
-constexpr RuleKind kAccess = {"firewall_access_rule", "firewall_access", kAccessFields,
-                              std::size(kAccessFields)};
-constexpr RuleKind kForwarding = {"firewall_portforwarding_rule", "firewall_portforwarding",
-                                  kForwardingFields, std::size(kForwardingFields)};
+constexpr RuleKind kAccess = {"firewall_access", kAccessFields, std::size(kAccessFields)};
+constexpr RuleKind kForwarding = {"firewall_portforwarding", kForwardingFields,
+                                  std::size(kForwardingFields)};
 
 constexpr int kMostParts = std::size(kAccessFields) + 1; // the flag included
 constexpr int kEnabled = 2;
@@ -44,11 +42,12 @@ struct Rule {
   int number;
 
   Rule(const RuleKind& of_kind, const VariableEntry& row)
-      : kind(of_kind), number(decimal(row.name + std::strlen(of_kind.row_stem))) {}
+      : kind(of_kind),
+        number(decimal(row.name + std::strlen(of_kind.stem) + std::strlen("_rule"))) {}
 
   [[nodiscard]] NvramKey key(const char* suffix) const {
     NvramKey key;
-    std::snprintf(key.text, sizeof key.text, "%s%d_%s", kind.key_stem, number, suffix);
+    std::snprintf(key.text, sizeof key.text, "%s%d_%s", kind.stem, number, suffix);
     return key;
   }
 };

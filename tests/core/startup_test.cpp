@@ -8,6 +8,8 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <getopt.h>
+#include <iterator>
+#include <malloc.h>
 
 using fake::Bytes;
 using fake::to_hex;
@@ -17,13 +19,19 @@ namespace {
 
 int callocs = 0;
 int failing_calloc = -1;
+bool noting_callocs = false;
+std::size_t noted_callocs[8];
+std::size_t noted_count = 0;
 
 } // namespace
 
 extern "C" {
 void* __real_calloc(std::size_t count, std::size_t size);
-// Counts the allocations of start-up, and refuses one of them.
+// Notes the allocations of start-up, and refuses one of them.
 void* __wrap_calloc(std::size_t count, std::size_t size) {
+  if (noting_callocs && noted_count < std::size(noted_callocs)) {
+    noted_callocs[noted_count++] = count * size;
+  }
   if (failing_calloc >= 0 && callocs++ == failing_calloc) {
     return nullptr;
   }
@@ -48,6 +56,19 @@ protected:
   ~Startup() override {
     rcmd::debug = 0;
     failing_calloc = -1;
+    noting_callocs = false;
+    noted_count = 0;
+  }
+
+  // Calls `look` with the context when the first REGISTER goes out; everything is answered.
+  void at_first_packet(std::function<void(rcmd::RcmContext&)> look) {
+    auto answer = world().on_send;
+    world().on_send = [look, answer](const fake::Datagram& sent) {
+      if (world().sent.size() == 1) {
+        look(*static_cast<rcmd::RcmContext*>(world().watches.back().arg));
+      }
+      answer(sent);
+    };
   }
 
   int run(std::vector<std::string> arguments) {
@@ -57,7 +78,7 @@ protected:
       argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
-    optind = 0;  // a fresh scan
+    optind = 0; // a fresh scan
     world().sockets.clear();
     return rcmd::run_daemon(static_cast<int>(arguments.size()), argv.data());
   }
@@ -105,6 +126,65 @@ TEST_F(Startup, AnUnsetIdentityIsEmpty) {
             Bytes(12, 0));
 }
 
+TEST_F(Startup, TheContextIsBornLiveOnlineAndOtherwiseZero) {
+  mallopt(M_PERTURB, 0x5A); // memory that nobody clears is not zero
+  int looked = 0;
+  at_first_packet([&](const rcmd::RcmContext& born) {
+    looked++;
+    EXPECT_EQ(born.in_use, 1U);
+    EXPECT_EQ(born.online, 1);
+    EXPECT_EQ(born.sock, world().watches.back().fd);
+    EXPECT_EQ(to_hex(&born.server_addr, sizeof born.server_addr), "0200" // AF_INET, little-endian
+                                                                  "048a"
+                                                                  "0a141e28"
+                                                                  "0000000000000000");
+    EXPECT_EQ(to_hex(born.session_id, 8), "0000000000000000");
+    EXPECT_EQ(born.server_time, 0);
+    EXPECT_EQ(born.server_time_uptime, 0);
+    EXPECT_EQ(born.last_wwan_tx_bytes + born.last_wwan_rx_bytes, 0U);
+    EXPECT_EQ(born.last_wwan_tx_packets + born.last_wwan_rx_packets, 0U);
+    EXPECT_EQ(born.rx_length, 0);
+    EXPECT_EQ(to_hex(&born.peer_addr, sizeof born.peer_addr), std::string(32, '0'));
+    EXPECT_EQ(born.miss_count, 0);
+    EXPECT_EQ(born.retransmit_count, 0);
+    EXPECT_EQ(born.seq, 0U);
+    EXPECT_EQ(born.request_seq, 0U);
+    EXPECT_EQ(born.keepalive_interval, 0);
+    EXPECT_EQ(born.keepalive_maxretries, 0);
+  });
+  EXPECT_EQ(run({"-s", "10.20.30.40", "-m", "x"}), 0);
+  mallopt(M_PERTURB, 0);
+  EXPECT_EQ(looked, 1);
+}
+
+TEST_F(Startup, TheBuffersHoldTheLargestDatagramAndEightZeroBytesStandBehindTheReceived) {
+  int looked = 0;
+  at_first_packet([&](rcmd::RcmContext& born) {
+    looked++;
+    EXPECT_EQ(Bytes(born.rx_buf, born.rx_buf + 8200), Bytes(8200, 0));
+    born.rx_buf[8191] = 0;
+    born.tx_buf[8191] = 0;
+  });
+  noting_callocs = true;
+  EXPECT_EQ(run({"-s", "127.0.0.1", "-m", "x"}), 0);
+  noting_callocs = false;
+  EXPECT_EQ(looked, 1);
+  const std::size_t expected[] = {sizeof(rcmd::RcmContext), 8192 + 8, 8192};
+  EXPECT_TRUE(std::equal(std::begin(expected), std::end(expected), noted_callocs));
+}
+
+TEST_F(Startup, TheLocalServersAreOpenedInDatagramMode) {
+  std::vector<int> types;
+  at_first_packet([&](rcmd::RcmContext&) {
+    for (const auto& [fd, socket] : world().sockets) {
+      types.push_back(socket.type);
+    }
+  });
+  EXPECT_EQ(run({"-s", "127.0.0.1", "-m", "x"}), 0);
+  EXPECT_EQ(types, (std::vector<int>{SOCK_DGRAM, SOCK_DGRAM, SOCK_DGRAM}));
+  EXPECT_TRUE(world().events_of({"listen"}).empty());
+}
+
 TEST_F(Startup, ThePositionIntervalIsAtLeastTenSeconds) {
   struct Row {
     const char* stored;
@@ -139,6 +219,30 @@ TEST_F(Startup, AWrongOptionEndsSilently) {
 TEST_F(Startup, AMissingServerIsToldOnTheConsole) {
   EXPECT_EQ(exit_status({"-m", "x"}), 1);
   EXPECT_EQ(world().events, std::vector<std::string>{"console miss rcm server ... \n"});
+}
+
+TEST_F(Startup, WithNeitherServerNorDomainOnlyTheServerIsMissed) {
+  EXPECT_EQ(exit_status({}), 1);
+  EXPECT_EQ(world().events, std::vector<std::string>{"console miss rcm server ... \n"});
+}
+
+TEST_F(Startup, AnEmptyDomainIsADomain) {
+  EXPECT_EQ(run({"-s", "127.0.0.1", "-m", ""}), 0);
+  EXPECT_EQ(Bytes(world().sent[0].bytes.begin() + 44, world().sent[0].bytes.begin() + 108),
+            Bytes(64, 0));
+  EXPECT_EQ(world().console().find("miss"), std::string::npos);
+}
+
+TEST_F(Startup, AnEmptyServerNameCanNotBeResolved) {
+  EXPECT_EQ(exit_status({"-s", "", "-m", "x"}), 1);
+  EXPECT_EQ(world().events, (std::vector<std::string>{"resolve ", "console can not resolve  \n"}));
+}
+
+TEST_F(Startup, TheLastOfTwoServersAndOfTwoDomainsCounts) {
+  EXPECT_EQ(run({"-s", "10.0.0.1", "-m", "one", "-s", "10.0.0.2", "-m", "two"}), 0);
+  EXPECT_EQ(world().sent[0].peer.sin_addr.s_addr, inet_addr("10.0.0.2"));
+  EXPECT_EQ(std::string(world().sent[0].bytes.begin() + 44, world().sent[0].bytes.begin() + 48),
+            std::string("two\0", 4));
 }
 
 TEST_F(Startup, AMissingDomainIsToldOnlyOnceTheServerHasResolved) {

@@ -1,7 +1,5 @@
 #include "core/text.h"
 
-#include "core/context.h"
-#include "core/say.h"
 #include "tests/fake_platform/fixture.h"
 
 #include <climits>
@@ -51,20 +49,42 @@ TEST_F(Texts, AnAbsentKeyReadsAsTheEmptyText) {
   EXPECT_STREQ(nvram_text("unset"), "");
 }
 
-TEST_F(Texts, DiagnosticsAreSilentUnlessDebugIsOn) {
-  debug = 0;
-  diag("quiet\n");
-  debug = 1;
-  diag("seq=%d\n", 5);
-  debug = 0;
-  EXPECT_EQ(fake::world().diagnostics(), "seq=5\n");
+TEST_F(Texts, AFieldEndsAtTheTextsTerminator) {
+  char field[4] = {'1', '2', '3', '4'};
+  copy_field(field, 4, "a\0bc");
+  EXPECT_EQ(std::memcmp(field, "a\0\0\0", 4), 0);
 }
 
-TEST_F(Texts, TheConsoleIsWrittenWhateverDebugSaysAndTellsWhetherItCould) {
-  EXPECT_TRUE(console("len = %d \n", 12));
-  fake::world().console_broken = true;
-  EXPECT_FALSE(console("lost"));
-  EXPECT_EQ(fake::world().console(), "len = 12 \n");
+TEST_F(Texts, APieceThatFitsWithItsTerminatorIsTaken) {
+  char buffer[5] = {'x', 'x', 'x', 'x', 'x'};
+  TextWriter writer{buffer, 4, 0};
+  EXPECT_TRUE(writer.append("%d%c", 12, '3'));
+  EXPECT_EQ(writer.used, 3U);
+  EXPECT_EQ(std::memcmp(buffer, "123\0x", 5), 0);
+  EXPECT_TRUE(writer.append("%s", ""));
+  EXPECT_FALSE(writer.append("%s", "4"));
+  EXPECT_STREQ(buffer, "123");
+}
+
+TEST_F(Texts, NothingIsWrittenWhereThereIsNoRoom) {
+  char buffer[2] = {'x', 'x'};
+  TextWriter writer{buffer, 0, 0};
+  EXPECT_FALSE(writer.append("%s", ""));
+  EXPECT_EQ(std::memcmp(buffer, "xx", 2), 0);
+}
+
+TEST_F(Texts, ADecimalIsAnExactIntUpToItsBounds) {
+  EXPECT_EQ(decimal("2147483647"), INT_MAX);
+  EXPECT_EQ(decimal("2147483648"), INT_MAX);
+  EXPECT_EQ(decimal("2147483646"), INT_MAX - 1);
+  EXPECT_EQ(decimal("-2147483648"), INT_MIN);
+  EXPECT_EQ(decimal("-2147483649"), INT_MIN);
+  EXPECT_EQ(decimal("-2147483647"), INT_MIN + 1);
+}
+
+TEST_F(Texts, ADecimalHasNoOtherBase) {
+  EXPECT_EQ(decimal("010"), 10);
+  EXPECT_EQ(decimal("0x10"), 0);
 }
 
 } // namespace

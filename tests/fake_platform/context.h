@@ -7,8 +7,8 @@
 namespace fake {
 
 /// Serial "SN0123456789", domain "example", server 127.0.0.1:1162, a pretend socket bound to port
-/// 1161, session identifier "ABCDEFGH", `debug` on. The receive buffer stands between guard bytes;
-/// check_guards() tells whether all of them still stand.
+/// 1161, session identifier "ABCDEFGH", `debug` on. Both buffers stand between guard bytes;
+/// guards_stand() tells whether all of them still stand, and every test ends by asking it.
 class ContextFixture : public Fixture {
 protected:
   ContextFixture();

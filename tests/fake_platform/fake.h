@@ -76,12 +76,20 @@ struct PretendMtd {
 };
 
 struct World {
-  // Everything seen from outside, in order. The forms: "diag TEXT", "console TEXT",
-  // "nvram_set NAME=VALUE", "nvram_unset NAME", "nvram_commit", "tool ARGUMENTS[ >OUTPUT]",
-  // "wait TOOL" (a started tool collected), "send N to ADDRESS:PORT", "sleep N", "arm NAME N",
-  // "disarm NAME" (only when it was armed), "cancel NAME" (del_event on a disarmed timer),
-  // "register FD", "unregister FD", "close FD", "remove PATH", "check_memory N", "stop_ike",
-  // "unload_ipsec N", "restart 01234567", "signal N", "await_restart".
+  // Everything seen from outside, in order. The forms:
+  //   "diag TEXT", "console TEXT"
+  //   "nvram_set NAME=VALUE", "nvram_unset NAME", "nvram_commit"
+  //   "tool ARGUMENTS[ >OUTPUT]", "wait TOOL" (a started tool collected), "wait nobody"
+  //   "resolve TEXT[ flags N]" (flags other than 0), "socket FD", "bind ADDRESS:PORT", "listen N",
+  //   "setsockopt LEVEL OPTION[ = N]" (a value other than the int 1), "close FD",
+  //   "send N to ADDRESS:PORT", "receive flags N" (flags other than 0)
+  //   "register FD", "unregister FD", "do_fd", "arm NAME N", "disarm NAME" (it was armed),
+  //   "cancel NAME" (it was not), "sleep N"
+  //   "remove PATH", "check_memory N", "stop_ike", "unload_ipsec N"
+  //   "shmget KEY SIZE FLAGS", "shmat ID FLAGS", "shmdt", "semget KEY COUNT FLAGS",
+  //   "semop (NUMBER,OPERATION,FLAGS) ..."
+  //   "mtd_unlock START LENGTH", "mtd_erase START LENGTH", "mtd_read N", "mtd_write N"
+  //   "restart 01234567", "signal N", "await_restart"
   std::vector<std::string> events;
   /// False: `events`, `sent` and `tools` stay empty, so that a long simulation does not grow.
   bool recording = true;
@@ -106,6 +114,9 @@ struct World {
 
   // Timers.
   void name_timer(const RcmTimer* timer, const std::string& name);
+  /// Called by add_event ("add") and del_event ("del") with the record as it is; gives their
+  /// result.
+  std::function<int(const std::string& call, const RcmTimer& timer)> on_timer;
   [[nodiscard]] bool armed(const RcmTimer* timer) const;
   [[nodiscard]] std::int64_t due_in_ms(const RcmTimer* timer) const; ///< -1: not armed
 

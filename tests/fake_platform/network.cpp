@@ -23,6 +23,15 @@ bool fails(const std::string& call) {
   return false;
 }
 
+// Only IPv4 addresses of the right size name a place.
+bool is_ipv4(const sockaddr* address, socklen_t length) {
+  if (length == sizeof(sockaddr_in) && address->sa_family == AF_INET) {
+    return true;
+  }
+  errno = EINVAL;
+  return false;
+}
+
 fake::Socket* socket_of(int fd) {
   const auto found = world().sockets.find(fd);
   return found == world().sockets.end() ? nullptr : &found->second;
@@ -102,12 +111,18 @@ int net_socket(int domain, int type, int protocol) {
   return fd;
 }
 
-int net_setsockopt(int, int level, int option, const void*, socklen_t) {
-  world().note("setsockopt " + std::to_string(level) + " " + std::to_string(option));
+int net_setsockopt(int, int level, int option, const void* value, socklen_t length) {
+  int number = 0;
+  std::memcpy(&number, value, std::min<std::size_t>(length, sizeof number));
+  world().note("setsockopt " + std::to_string(level) + " " + std::to_string(option) +
+               (number == 1 ? "" : " = " + std::to_string(number)));
   return fails("setsockopt") ? -1 : 0;
 }
 
-int net_bind(int fd, const sockaddr* address, socklen_t) {
+int net_bind(int fd, const sockaddr* address, socklen_t length) {
+  if (!is_ipv4(address, length)) {
+    return -1;
+  }
   const auto* where = reinterpret_cast<const sockaddr_in*>(address);
   char text[INET_ADDRSTRLEN] = "";
   inet_ntop(AF_INET, &where->sin_addr, text, sizeof text);
@@ -129,6 +144,9 @@ int net_listen(int fd, int backlog) {
 }
 
 int net_accept(int fd, sockaddr*, socklen_t*) {
+  if (fails("accept")) {
+    return -1;
+  }
   const fake::Socket* socket = socket_of(fd);
   if (socket == nullptr || !socket->listening || world().connections.empty()) {
     errno = EOPNOTSUPP;
@@ -140,16 +158,25 @@ int net_accept(int fd, sockaddr*, socklen_t*) {
 }
 
 ssize_t net_sendto(int fd, const void* data, std::size_t length, int flags, const sockaddr* address,
-                   socklen_t) {
+                   socklen_t address_length) {
+  if (!is_ipv4(address, address_length)) {
+    return -1;
+  }
   return give(fd, data, length, flags, *reinterpret_cast<const sockaddr_in*>(address));
 }
 
-ssize_t net_recvfrom(int fd, void* data, std::size_t length, int, sockaddr* address,
+ssize_t net_recvfrom(int fd, void* data, std::size_t length, int flags, sockaddr* address,
                      socklen_t* address_length) {
-  if (address_length != nullptr) {
-    *address_length = sizeof(sockaddr_in);
+  if (flags != 0) {
+    world().note("receive flags " + std::to_string(flags));
   }
-  return take(fd, data, length, reinterpret_cast<sockaddr_in*>(address));
+  sockaddr_in peer{};
+  const ssize_t taken = take(fd, data, length, address == nullptr ? nullptr : &peer);
+  if (taken >= 0 && address != nullptr) {
+    std::memcpy(address, &peer, std::min<std::size_t>(*address_length, sizeof peer));
+    *address_length = sizeof peer;
+  }
+  return taken;
 }
 
 ssize_t net_read(int fd, void* data, std::size_t length) {

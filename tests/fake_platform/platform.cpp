@@ -109,13 +109,13 @@ int add_event(RcmTimer* timer) {
     delay_ms = 1000;
   }
   world().due[timer] = world().now_ms + delay_ms;
-  return 0;
+  return world().on_timer ? world().on_timer("add", *timer) : 0;
 }
 
 int del_event(RcmTimer* timer) {
   const bool was_armed = world().due.erase(timer) > 0;
   world().note((was_armed ? "disarm " : "cancel ") + name_of(timer));
-  return 0;
+  return world().on_timer ? world().on_timer("del", *timer) : 0;
 }
 
 // Processes.
@@ -155,8 +155,9 @@ int wait_process(int pid) {
 
 // Conversions: the common ones are the platforms' own; the resolver is the test's.
 
-const char* atoaddr(const char* text, int, in_addr* address) {
-  world().note("resolve " + std::string(text));
+const char* atoaddr(const char* text, int flags, in_addr* address) {
+  world().note("resolve " + std::string(text) +
+               (flags == 0 ? "" : " flags " + std::to_string(flags)));
   if (world().on_resolve) {
     return world().on_resolve(text, address);
   }

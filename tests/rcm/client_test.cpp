@@ -160,6 +160,68 @@ TEST_F(Dispatcher, TheHandlerFindsTheRequestItsLengthAndItsSender) {
   EXPECT_EQ(take(server_packet(257, 0, 1, bytes_of("abc")), "10.0.0.2", 4321), 0);
 }
 
+TEST_F(Dispatcher, TheDatagramIsReadFromTheDescriptorItIsGiven) {
+  const int other = world().make_socket(4000);
+  world().deliver(4000, server_packet(2, 1, 10));
+  world().deliver(1161, server_packet(3, 1, 10));
+  FdDescriptor descriptor{other, 0, &context};
+  EXPECT_EQ(rcm_receive_func(&descriptor), 0);
+  EXPECT_EQ(world().diagnostics(), "receive Log ACK(seq=10)\n");
+  EXPECT_TRUE(world().events_of({"receive"}).empty());
+}
+
+TEST_F(Dispatcher, TheLargestRequestReachesItsHandlerWhole) {
+  const Bytes request = server_packet(257, 0, 1, Bytes(8192 - 36, 0x33));
+  Bytes seen;
+  fake::on_request = [&](const std::string&, RcmContext& given) {
+    seen.assign(given.rx_buf, given.rx_buf + given.rx_length);
+  };
+  EXPECT_EQ(take(request), 0);
+  EXPECT_EQ(seen, request);
+}
+
+TEST_F(Dispatcher, ALongerDatagramIsCutAndDroppedAndWritesNothingBehindTheBuffer) {
+  EXPECT_EQ(take(server_packet(257, 0, 1, Bytes(8300, 0x33))), -1);
+  EXPECT_TRUE(guards_stand());
+  EXPECT_EQ(context.rx_length, 8192);
+  EXPECT_EQ(world().diagnostics(), "crc is error\n");
+}
+
+TEST_F(Dispatcher, ARequestIsNamedBeforeItsHandlerRuns) {
+  fake::on_request = [](const std::string&, RcmContext&) { world().note("handler"); };
+  EXPECT_EQ(take(server_packet(257, 0, 1)), 0);
+  EXPECT_EQ(world().events, (std::vector<std::string>{"diag get config .... \n", "handler"}));
+}
+
+TEST_F(Dispatcher, TheLargestSeqIsShownAsMinusOne) {
+  EXPECT_EQ(take(server_packet(2, 1, 0xFFFFFFFF)), 0);
+  EXPECT_EQ(take(server_packet(9, 1, 0xFFFFFFFF)), 0);
+  EXPECT_EQ(world().diagnostics(),
+            "receive Log ACK(seq=-1)\nreceive unknown(0009) ACK(seq=-1) .... \n");
+}
+
+TEST_F(Dispatcher, ARequestOfAHandlerThatDoesNotReturnIsNeverRecorded) {
+  context.request_seq = 6;
+  fake::on_request = [](const std::string&, RcmContext&) { throw fake::Restarted{}; };
+  EXPECT_THROW(take(server_packet(258, 0, 7)), fake::Restarted);
+  EXPECT_EQ(context.request_seq, 6U);
+}
+
+TEST_F(Dispatcher, AnAcknowledgementIsNoRequest) {
+  context.request_seq = 6;
+  EXPECT_EQ(take(server_packet(257, 1, 7)), 0);
+  EXPECT_EQ(take(server_packet(256, 3, 8)), 0);
+  EXPECT_TRUE(routed.empty());
+  EXPECT_EQ(context.request_seq, 6U);
+}
+
+TEST_F(Dispatcher, NothingIsSentBackForABadDatagramOrAnAcknowledgement) {
+  take(Bytes(35, 1));
+  take(server_packet(7, 4, 10));
+  take(server_packet(7, 1, 10));
+  EXPECT_TRUE(world().sent.empty());
+}
+
 TEST_F(Dispatcher, RandomDatagramsOfUpTo40BytesAreDroppedOrNamed) {
   std::mt19937 random(20261);
   for (int round = 0; round < 20000; round++) {
@@ -209,6 +271,14 @@ TEST_F(Opening, TheSocketIsBoundToPort1161OnEveryAddressAndWatchedBeforeRegister
   EXPECT_TRUE(world().armed(&rcm_keepalive));
 }
 
+TEST_F(Opening, TheLoopsHandlerWorksOnTheContext) {
+  const int fd = rcm_open(&context);
+  context.seq = 40;
+  world().deliver(1161, server_packet(7, 1, 40));
+  EXPECT_EQ(world().call_handler(fd), 0);
+  EXPECT_EQ(context.seq, 41U);
+}
+
 TEST_F(Opening, AllSixTimersGetTheContext) {
   RcmTimer* timers[] = {&rcm_retransmit, &rcm_keepalive,  &rcm_logsender,
                         &rcm_gpssender,  &rcm_trafficget, &rcm_trafficsender};
@@ -219,6 +289,13 @@ TEST_F(Opening, AllSixTimersGetTheContext) {
   for (RcmTimer* timer : timers) {
     EXPECT_EQ(timer->arg, &context);
   }
+}
+
+TEST_F(Opening, DescriptorZeroIsASocketLikeAnyOther) {
+  world().next_fd = 0;
+  EXPECT_EQ(rcm_open(&context), 0);
+  EXPECT_EQ(world().diagnostics().find("fail"), std::string::npos);
+  EXPECT_FALSE(world().sent.empty());
 }
 
 TEST_F(Opening, AFailingStepIsReportedAndLeavesTheSocketOpen) {

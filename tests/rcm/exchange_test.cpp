@@ -152,6 +152,14 @@ TEST_F(Exchanges, AReceiveErrorCountsLikeAShortDatagram) {
   EXPECT_EQ(world().diagnostics(), "");
 }
 
+TEST_F(Exchanges, AnAnswerMayFillTheReceiveBuffer) {
+  const Bytes largest = server_packet(2, 1, 7, Bytes(8156, 0x5A));
+  ASSERT_EQ(largest.size(), 8192U);
+  answer_send(1, largest);
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kMatched);
+  EXPECT_EQ(context.rx_buf[8191], 0x5A);
+}
+
 TEST_F(Exchanges, AnEmptyDatagramIsSkipped) {
   world().deliver(1161, {});
   answer_send(1, server_packet(2, 1, 7), 3000);
@@ -168,6 +176,114 @@ TEST_F(Exchanges, WordsAreSaidBeforeEachSendAndAtEachTimeout) {
     expected.insert(expected.end(), once.begin(), once.end());
   }
   EXPECT_EQ(world().events, expected);
+}
+
+TEST_F(Exchanges, AFailingRegistrationLeavesOnlineAlone) {
+  for (const int online : {0, 1}) {
+    context.online = online;
+    world().send_fails = [](const fake::Datagram&) { return true; };
+    EXPECT_EQ(exchange(context, bytes, kRegisterExchange), Answer::kSendFailed);
+    EXPECT_EQ(context.online, online);
+    world().send_fails = nullptr;
+    world().waitfor_result = [](int, int) { return -1; };
+    EXPECT_EQ(exchange(context, bytes, kRegisterExchange), Answer::kWaitError);
+    EXPECT_EQ(context.online, online);
+  }
+}
+
+TEST_F(Exchanges, ARegistrationIsSentAgainWithoutEndAndLeavesOnlineAloneMeanwhile) {
+  context.online = 1;
+  world().on_send = [this](const fake::Datagram&) {
+    EXPECT_EQ(context.online, 1);
+    EXPECT_EQ(context.retransmit_count, 3);
+    if (world().sent.size() == 501) {
+      world().deliver(1161, server_packet(1, 1, 7), 100);
+    }
+  };
+  EXPECT_EQ(exchange(context, bytes, kRegisterExchange), Answer::kMatched);
+  EXPECT_EQ(world().sent.size(), 501U);
+  EXPECT_EQ(world().now_ms, 500 * 5000 + 100);
+}
+
+TEST_F(Exchanges, AFailedSendAfterATimeoutEndsTheExchange) {
+  world().send_fails = [](const fake::Datagram&) { return world().sent.size() == 2; };
+  EXPECT_EQ(exchange(context, bytes, kTrafficExchange), Answer::kSendFailed);
+  EXPECT_EQ(world().events_of({"send"}).size(), 3U);
+}
+
+TEST_F(Exchanges, EachWaitIsForTheManagementSocketAndFiveSecondsLong) {
+  std::vector<std::pair<int, int>> waits;
+  world().waitfor_result = [&](int fd, int seconds) {
+    waits.emplace_back(fd, seconds);
+    return 0;
+  };
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kTimeout);
+  EXPECT_EQ(waits, (std::vector<std::pair<int, int>>(4, {context.sock, 5})));
+}
+
+TEST_F(Exchanges, AnyPositiveResultOfTheWaitIsReadable) {
+  world().waitfor_result = [](int, int) { return 2; };
+  world().deliver(1161, server_packet(2, 1, 7));
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kMatched);
+}
+
+TEST_F(Exchanges, TheLargestAnswerStandsWholeInTheReceiveBuffer) {
+  const Bytes answer = server_packet(2, 1, 7, Bytes(8192 - 36, 0x55));
+  answer_send(1, answer);
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kMatched);
+  EXPECT_EQ(Bytes(context.rx_buf, context.rx_buf + 8192), answer);
+}
+
+TEST_F(Exchanges, ALongerDatagramIsCutAndDroppedAndWritesNothingBehindTheBuffer) {
+  world().deliver(1161, server_packet(2, 1, 7, Bytes(8300, 0x55)));
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kTimeout);
+  EXPECT_TRUE(guards_stand());
+  EXPECT_EQ(world().diagnostics(), "crc is error\n");
+}
+
+TEST_F(Exchanges, AnAnswerTouchesNeitherTheDispatchersLengthAndPeerNorTxLength) {
+  context.rx_length = 99;
+  context.tx_length = 55;
+  answer_send(1, server_packet(2, 1, 7));
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kMatched);
+  EXPECT_EQ(context.rx_length, 99);
+  EXPECT_EQ(context.peer_addr.sin_port, 0);
+  EXPECT_EQ(context.tx_length, 55U);
+  EXPECT_TRUE(world().events_of({"receive"}).empty());
+}
+
+TEST_F(Exchanges, AnEmptyWaitThatWasPromisedADatagramWaitsOn) {
+  int promises = 0;
+  world().waitfor_result = [&](int, int) { return promises++ < 3 ? 1 : INT_MIN; };
+  answer_send(1, server_packet(2, 1, 7), 2000);
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kMatched);
+  EXPECT_EQ(world().now_ms, 2000);
+  EXPECT_EQ(world().sent.size(), 1U);
+}
+
+TEST_F(Exchanges, AnotherWaitMayMatchOtherwise) {
+  const auto second = [](const RcmContext& given, void* argument) {
+    auto& seen = *static_cast<std::vector<std::uint32_t>*>(argument);
+    seen.push_back(rx_header(given).seq);
+    return seen.size() == 2;
+  };
+  std::vector<std::uint32_t> seen;
+  world().deliver(1161, server_packet(2, 1, 70));
+  world().deliver(1161, server_packet(2, 1, 71));
+  world().deliver(1161, server_packet(2, 1, 72));
+  EXPECT_EQ(await_packet(context, second, &seen), Answer::kMatched);
+  EXPECT_EQ(seen, (std::vector<std::uint32_t>{70, 71}));
+  EXPECT_EQ(await_packet(
+                context, [](const RcmContext&, void*) { return false; }, nullptr),
+            Answer::kTimeout);
+}
+
+TEST_F(Exchanges, AFailureIsNoTimeoutToSpeakOf) {
+  world().waitfor_result = [](int, int) { return -1; };
+  EXPECT_EQ(exchange(context, bytes, kReportExchange, {nullptr, "time"}), Answer::kWaitError);
+  world().send_fails = [](const fake::Datagram&) { return true; };
+  EXPECT_EQ(exchange(context, bytes, kReportExchange, {nullptr, "time"}), Answer::kSendFailed);
+  EXPECT_EQ(world().diagnostics(), "");
 }
 
 } // namespace

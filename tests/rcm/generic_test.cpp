@@ -73,6 +73,24 @@ TEST_F(GenericCommand, TheStatusReportFollowsTheAcknowledgementUnderTheDevicesOw
   EXPECT_EQ(world().diagnostics(), "\nSend status to server ... \n");
 }
 
+TEST_F(GenericCommand, TheStatusReportIsAnnouncedBetweenTheAcknowledgementAndItsFirstPacket) {
+  answer_everything();
+  receive(server_packet(260, 0, 5));
+  rcm_generic_func(&context);
+  const auto order = world().events_of({"send", "diag"});
+  ASSERT_GE(order.size(), 3U);
+  EXPECT_EQ(order[0], "send 36 to 10.1.2.3:4000");
+  EXPECT_EQ(order[1], "diag \nSend status to server ... \n");
+  EXPECT_TRUE(order[2].ends_with(" to 127.0.0.1:1162")) << order[2];
+}
+
+TEST_F(GenericCommand, TheAcknowledgementOfACommandKeepsTheWholeRequestInTheBuffer) {
+  receive(server_packet(1, 0, 5, bytes_of("junk")));
+  rcm_generic_func(&context);
+  EXPECT_EQ(to_hex(Bytes(context.tx_buf + 36, context.tx_buf + 40)), "6a756e6b");
+  EXPECT_EQ(context.seq, 77U);
+}
+
 TEST_F(GenericCommand, AStatusReportThatFailsIsIgnored) {
   receive(server_packet(260, 0, 5));
   rcm_generic_func(&context);

@@ -152,6 +152,43 @@ TEST_F(Keepalive, TheMissesAreComparedAsTheyWereBeforeThisExpiry) {
   EXPECT_EQ(context.miss_count, 11);
 }
 
+TEST_F(Keepalive, ItReArmsWithTheIntervalThatHoldsNow) {
+  context.keepalive_interval = 45;
+  rcm_keepalive_func(&context);
+  EXPECT_EQ(world().due_in_ms(&rcm_keepalive), 45'000);
+}
+
+TEST_F(Keepalive, WithRetriesOfMinusOneTheFirstExpiryRegisters) {
+  context.keepalive_maxretries = -1;
+  answer_registrations();
+  rcm_keepalive_func(&context);
+  EXPECT_EQ(count_sent(kKeepalive), 0);
+  EXPECT_EQ(count_sent(kRegister), 1);
+}
+
+TEST_F(Keepalive, ItLeavesTheRetransmissionsAlone) {
+  context.retransmit_count = 2;
+  rearm(rcm_retransmit, 1000);
+  rcm_keepalive_func(&context);
+  EXPECT_EQ(context.retransmit_count, 2);
+  EXPECT_TRUE(world().armed(&rcm_retransmit));
+}
+
+TEST_F(Keepalive, TheLargestSeqIsShownAsMinusOne) {
+  context.seq = 0xFFFFFFFF;
+  rcm_keepalive_func(&context);
+  EXPECT_EQ(world().diagnostics(), "Send keepalive packet(seq=-1) to server ... \n");
+}
+
+TEST_F(Keepalive, BehindAnAnsweredRequestItCarriesTheRequestsVersion) {
+  receive(server_packet(258, 0, 1));
+  acknowledge_request(context);
+  rcm_keepalive_func(&context);
+  ASSERT_EQ(world().sent.size(), 2U);
+  EXPECT_EQ(to_hex(world().sent[1].bytes).substr(0, 24), "4142434445464748"
+                                                         "a1a2a3a4");
+}
+
 class Retransmission : public Keepalive {
 protected:
   Retransmission() {
@@ -183,6 +220,27 @@ TEST_F(Retransmission, ThePacketGoesOutUnchanged) {
   EXPECT_EQ(world().sent[0].bytes, before);
   EXPECT_EQ(context.retransmit_count, 1);
   EXPECT_EQ(rcm_retransmit.interval, 5);
+}
+
+TEST_F(Retransmission, ItLeavesOnlineTheMissesAndSeqAlone) {
+  for (const int online : {0, 1}) {
+    context.online = online;
+    context.miss_count = 4;
+    context.seq = 6;
+    rcm_retransmit_func(&context);
+    EXPECT_EQ(context.online, online);
+    EXPECT_EQ(context.miss_count, 4);
+    EXPECT_EQ(context.seq, 6U);
+    EXPECT_EQ(context.tx_length, 40U);
+  }
+}
+
+TEST_F(Retransmission, APacketThatCannotBeSentIsTriedAgainAllTheSame) {
+  world().send_fails = [](const fake::Datagram&) { return true; };
+  rcm_retransmit_func(&context);
+  EXPECT_EQ(world().events, (std::vector<std::string>{
+                                "diag retransmit LOG packet ... \n", "send 40 to 127.0.0.1:1162",
+                                "cancel rcm_retransmit", "arm rcm_retransmit 5"}));
 }
 
 TEST_F(Retransmission, EachPacketTypeHasItsMessage) {

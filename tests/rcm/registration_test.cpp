@@ -1,5 +1,6 @@
 #include "rcm/registration.h"
 
+#include "core/say.h"
 #include "core/timers.h"
 #include "rcm/packet.h"
 #include "tests/fake_platform/context.h"
@@ -39,7 +40,7 @@ protected:
       if (type == kServerTime) {
         payload = bytes_of(server_time);
       } else if (type == kKeepaliveParam) {
-        payload = bytes_of("keepalive_interval=30;keepalive_maxretries=3");
+        payload = bytes_of(parameters);
       }
       world().deliver(1161, server_packet(type, 1, fake::seq_of(sent.bytes), payload), 10);
     };
@@ -57,6 +58,7 @@ protected:
   }
 
   std::string server_time = "20010909014607";
+  std::string parameters = "keepalive_interval=30;keepalive_maxretries=3";
 };
 
 TEST_F(Registration, TheRegisterPacketCarriesIdentityUptimeAndWanAddress) {
@@ -249,6 +251,101 @@ TEST_F(Registration, AnAnswerOfAnyTypeWithTheRightSeqIsAccepted) {
   };
   do_rcm_register(&context);
   EXPECT_EQ(types_sent(), (std::vector<int>{1, 11, 14, 3, 4}));
+}
+
+TEST_F(Registration, TheTimersTakeTheIntervalsThatHoldNow) {
+  parameters = "keepalive_interval=77;keepalive_maxretries=3";
+  gps_send_interval = 45;
+  world().nvram["rcm_log_interval"] = "-5";
+  do_rcm_register(&context);
+  EXPECT_EQ(rcm_keepalive.interval, 77);
+  EXPECT_EQ(rcm_gpssender.interval, 45);
+  EXPECT_EQ(rcm_logsender.interval, -5);
+}
+
+TEST_F(Registration, ItsResultIsThatOfTheLastArming) {
+  world().on_timer = [](const std::string& call, const RcmTimer& timer) {
+    return call == "add" && &timer == &rcm_trafficsender ? 42 : -7;
+  };
+  EXPECT_EQ(do_rcm_register(&context), 42);
+}
+
+TEST_F(Registration, TheWholeRegisterIsThePacketThatIsOutstanding) {
+  std::uint32_t tx_length = 0;
+  auto answer = world().on_send;
+  world().on_send = [&](const fake::Datagram& sent) {
+    if (type_of(sent.bytes) == kRegister) {
+      tx_length = context.tx_length;
+    }
+    answer(sent);
+  };
+  do_rcm_register(&context);
+  EXPECT_EQ(tx_length, 236U);
+}
+
+TEST_F(Registration, TheDeviceStaysOnlineWhileTheTimeAndTheParametersAreAwaited) {
+  context.online = 0;
+  std::map<int, int> online;
+  auto answer = world().on_send;
+  world().on_send = [&](const fake::Datagram& sent) {
+    online.emplace(type_of(sent.bytes), context.online);
+    answer(sent);
+  };
+  do_rcm_register(&context);
+  EXPECT_EQ(online[kRegister], 0);
+  EXPECT_EQ(online[kServerTime], 1);
+  EXPECT_EQ(online[kKeepaliveParam], 1);
+}
+
+TEST_F(Registration, AFailedChainLeavesSeqAsItIs) {
+  context.seq = 0xFFFFFFFF;
+  int dropped = 0;
+  answer_all(
+      [&](const fake::Datagram& sent) { return type_of(sent.bytes) == kStatus && dropped++ < 4; });
+  do_rcm_register(&context);
+  for (const fake::Datagram& datagram : world().sent) {
+    EXPECT_EQ(fake::seq_of(datagram.bytes), 0xFFFFFFFFU);
+  }
+  EXPECT_EQ(context.seq, 0xFFFFFFFFU);
+}
+
+TEST_F(Registration, TheSecondRegisterOfAChainCarriesNoSessionEither) {
+  int dropped = 0;
+  answer_all([&](const fake::Datagram& sent) {
+    return type_of(sent.bytes) == kServerTime && dropped++ < 4;
+  });
+  do_rcm_register(&context);
+  EXPECT_EQ(to_hex(world().sent[5].bytes).substr(0, 24), "0000000000000000"
+                                                         "00010002");
+}
+
+TEST_F(Registration, ServerTimeThatCannotBeSentFailsAtOnce) {
+  int failures = 1;
+  world().send_fails = [&](const fake::Datagram& sent) {
+    return type_of(sent.bytes) == kServerTime && failures-- > 0;
+  };
+  do_rcm_register(&context);
+  EXPECT_EQ(world().sent[1].at_ms - world().sent[0].at_ms, 10 + 5000);
+  EXPECT_EQ(world().events_of({"diag timeout", "sleep"}),
+            (std::vector<std::string>{"diag timeout .... \n", "sleep 5"}));
+}
+
+TEST_F(Registration, WithoutDebugNothingIsSaid) {
+  debug = 0;
+  do_rcm_register(&context);
+  EXPECT_EQ(world().diagnostics(), "");
+}
+
+TEST_F(Registration, NoTimerIsTouchedBeforeTheChainHasSucceeded) {
+  int dropped = 0;
+  answer_all(
+      [&](const fake::Datagram& sent) { return type_of(sent.bytes) == kConf && dropped++ < 4; });
+  do_rcm_register(&context);
+  const auto order = world().events_of({"sleep", "arm", "cancel", "diag OK\n"});
+  ASSERT_GE(order.size(), 3U);
+  EXPECT_EQ(order[0], "sleep 5");
+  EXPECT_EQ(order[1], "diag OK\n");
+  EXPECT_EQ(order[2], "cancel rcm_keepalive");
 }
 
 } // namespace

@@ -95,6 +95,27 @@ TEST_F(ServerTime, OnlyThePayloadsOwnBytesAreRead) {
   EXPECT_EQ(context.server_time, 999'999'964);
 }
 
+TEST_F(ServerTime, AShortTextIsNotContinuedByTheLastLongOne) {
+  answer_with("20010909014659" + std::string(100, '9'));
+  EXPECT_EQ(do_request_servertime(&context), 0);
+  answer_with("2001090901464");
+  EXPECT_EQ(do_request_servertime(&context), 0);
+  EXPECT_EQ(context.server_time, 999'999'964);
+}
+
+TEST_F(ServerTime, ShortParametersAreNotContinuedByTheLastLongOnes) {
+  answer_with("keepalive_interval=99;keepalive_maxretries=9");
+  EXPECT_EQ(do_request_keeplive(&context), 0);
+  answer_with("keepalive_interval=3");
+  EXPECT_EQ(do_request_keeplive(&context), 0);
+  EXPECT_EQ(context.keepalive_interval, 3);
+}
+
+TEST_F(ServerTime, NumbersBeyondTheCalendarRunOnIntoTheNextUnit) {
+  EXPECT_EQ(string2time("20010909014699"), 1'000'000'059);
+  EXPECT_EQ(string2time("20001309014640"), string2time("20010109014640"));
+}
+
 TEST_F(ServerTime, AnyTextInPlaceOfATimeIsHarmless) {
   answer_with("no time at all, and much longer than fourteen");
   EXPECT_EQ(do_request_servertime(&context), 0);
@@ -112,6 +133,21 @@ TEST_F(ServerTime, FormattingIsTheReverseAndGoesToTheConsole) {
   EXPECT_EQ(format_time_string(1'000'000'000, text), 0);
   EXPECT_EQ(std::string(text, 16), "20010909014640xx");
   EXPECT_EQ(world().console(), "tmp = 20010909014640 \n");
+}
+
+TEST_F(ServerTime, FormattingIsInUtcWhateverTheLocalTime) {
+  setenv("TZ", "XYZ-2", 1);
+  tzset();
+  char text[14];
+  EXPECT_EQ(format_time_string(1'000'000'000, text), 0);
+  EXPECT_EQ(std::string(text, 14), "20010909014640");
+}
+
+TEST_F(ServerTime, FormattingNeedsNoConsole) {
+  world().console_broken = true;
+  char text[14];
+  EXPECT_EQ(format_time_string(5, text), 0);
+  EXPECT_EQ(std::string(text, 14), "19700101000005");
 }
 
 TEST_F(ServerTime, TheParametersAreAskedForWithType14) {
@@ -135,6 +171,17 @@ TEST_F(ServerTime, NegativeParametersGiveWayToTheDefaultsAndZeroStays) {
   EXPECT_EQ(do_request_keeplive(&context), 0);
   EXPECT_EQ(context.keepalive_interval, 0);
   EXPECT_EQ(context.keepalive_maxretries, 0);
+}
+
+TEST_F(ServerTime, ANegativeParameterGivesWayAlone) {
+  answer_with("keepalive_interval=-1 keepalive_maxretries=5");
+  EXPECT_EQ(do_request_keeplive(&context), 0);
+  EXPECT_EQ(context.keepalive_interval, 120);
+  EXPECT_EQ(context.keepalive_maxretries, 5);
+  answer_with("keepalive_interval=30 keepalive_maxretries=-1");
+  EXPECT_EQ(do_request_keeplive(&context), 0);
+  EXPECT_EQ(context.keepalive_interval, 30);
+  EXPECT_EQ(context.keepalive_maxretries, 10);
 }
 
 TEST_F(ServerTime, AMissingParameterKeepsItsValue) {
@@ -168,6 +215,14 @@ TEST_F(ServerTime, AKeyWithoutAnEqualsSignLeavesItsNumber) {
   EXPECT_EQ(retries, 12);
   string2keepalive("keepalive_maxretries 9", &interval, &retries);
   EXPECT_EQ(retries, 12);
+}
+
+TEST_F(ServerTime, OnlyWholeKeysAreFound) {
+  std::int32_t interval = 11;
+  std::int32_t retries = 12;
+  string2keepalive("interval=8;maxretries=9;keepalive_maxretries=4", &interval, &retries);
+  EXPECT_EQ(interval, 11);
+  EXPECT_EQ(retries, 4);
 }
 
 TEST_F(ServerTime, TheFirstOccurrenceOfAKeyCounts) {

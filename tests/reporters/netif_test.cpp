@@ -3,6 +3,7 @@
 #include "tests/fake_platform/fixture.h"
 
 #include <arpa/inet.h>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <linux/sockios.h>
@@ -12,6 +13,30 @@
 
 using namespace rcmd;
 using fake::world;
+
+namespace {
+
+// The allocations left until one fails; negative: none does.
+int good_callocs = -1;
+int good_strdups = -1;
+
+bool fails(int& good) {
+  return good >= 0 && good-- == 0;
+}
+
+} // namespace
+
+extern "C" {
+void* __real_calloc(std::size_t count, std::size_t size);
+char* __real_strdup(const char* text);
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  return fails(good_callocs) ? nullptr : __real_calloc(count, size);
+}
+char* __wrap_strdup(const char* text) {
+  return fails(good_strdups) ? nullptr : __real_strdup(text);
+}
+}
 
 namespace {
 
@@ -42,7 +67,8 @@ void put_address(sockaddr& place, const std::string& text) {
 class Interfaces : public fake::Fixture {
 protected:
   Interfaces() {
-    world().on_ioctl = [this](int, unsigned long what, void* argument) {
+    world().on_ioctl = [this](int fd, unsigned long what, void* argument) {
+      socket_ = world().sockets.at(fd);
       auto& request = *static_cast<ifreq*>(argument);
       asked_.emplace_back(what, request.ifr_name);
       const auto found = answers_.find(request.ifr_name);
@@ -50,7 +76,11 @@ protected:
                                                          : answer(found->second, what, request);
     };
   }
-  ~Interfaces() override { netif_fina(); }
+  ~Interfaces() override {
+    good_callocs = -1;
+    good_strdups = -1;
+    netif_fina();
+  }
 
   int answer(const Answers& answers, unsigned long what, ifreq& request) {
     switch (what) {
@@ -107,6 +137,7 @@ protected:
 
   std::map<std::string, Answers> answers_;
   std::vector<std::pair<unsigned long, std::string>> asked_;
+  fake::Socket socket_;
   unsigned long refused_ = 0;
   std::uint32_t tool_request_[11] = {};
 };
@@ -156,6 +187,17 @@ TEST_F(Interfaces, NamesAreSplitAtTheirFirstDigitAndKeepTheFilesOrder) {
   EXPECT_EQ(number("6to4", 11), 0);
 }
 
+TEST_F(Interfaces, EveryDigitSplitsAName) {
+  std::string content = kNewHeader;
+  std::vector<std::string> expected;
+  for (const char digit : std::string("0123456789")) {
+    content += std::string("if") + digit + ": 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n";
+    expected.push_back(std::string("if|") + digit);
+  }
+  EXPECT_EQ(init(content), 0);
+  EXPECT_EQ(names(), expected);
+}
+
 TEST_F(Interfaces, NamesMatchExactly) {
   EXPECT_EQ(init(std::string(kNewHeader) + "eth0: 0 9 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n"), 0);
   EXPECT_EQ(number("eth0", 11), 9);
@@ -170,6 +212,13 @@ TEST_F(Interfaces, LinesThatAreNoInterfaceAreSkipped) {
                  "words: 1 2 x 4 5 6 7 8 9 10 11 12 13 14\n" + "empty:\n" + "\n" +
                  "good: 1 2 3 4 5 6 7 8 9 10 11 12 13 14"),
             0);
+  EXPECT_EQ(names(), std::vector<std::string>{"good|"});
+}
+
+TEST_F(Interfaces, AnOldLineNeedsTenNumbers) {
+  EXPECT_EQ(
+      init(std::string(kOldHeader) + "short: 1 2 3 4 5 6 7 8 9\n" + "good: 1 2 3 4 5 6 7 8 9 10\n"),
+      0);
   EXPECT_EQ(names(), std::vector<std::string>{"good|"});
 }
 
@@ -194,6 +243,14 @@ TEST_F(Interfaces, ALineLongerThan255CharactersIsReadInPieces) {
   EXPECT_EQ(names()[0], "eth|0");
 }
 
+// The 255th character is the first digit of the last number that counts.
+TEST_F(Interfaces, APieceOfALineHas255Characters) {
+  std::string line = "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 ";
+  line.resize(254, ' ');
+  EXPECT_EQ(init(kNewHeader + line + "14 15 16\n"), 0);
+  EXPECT_EQ(number("eth0", 25), 1);
+}
+
 TEST_F(Interfaces, CountersKeepTheirLow32Bits) {
   EXPECT_EQ(
       init(std::string(kNewHeader) +
@@ -214,6 +271,13 @@ TEST_F(Interfaces, ALoopbackThatCountsNoSentPacketsMirrorsTheReceivedOnes) {
   EXPECT_EQ(number("lo0", 17), 0);
   EXPECT_EQ(init(std::string(kNewHeader) + "lo: 1 50 0 0 0 0 0 0 2 7 0 0 0 0 0 0\n"), 0);
   EXPECT_EQ(number("lo", 17), 7);
+}
+
+TEST_F(Interfaces, AnOldKernelsLoopbackMirrorsThePacketsBeforeTheBytesAreEstimated) {
+  EXPECT_EQ(init(std::string(kOldHeader) + "lo: 50 0 0 0 0 0 0 0 0 0 0\n"), 0);
+  EXPECT_EQ(number("lo", 17), 50);
+  EXPECT_EQ(number("lo", 10), 15400);
+  EXPECT_EQ(number("lo", 16), 15400);
 }
 
 TEST_F(Interfaces, TheLoopbacksMirrorLooksAtAll64Bits) {
@@ -238,6 +302,20 @@ TEST_F(Interfaces, TheQueriesFillTheRest) {
   std::uint8_t mac[7] = {0, 0, 0, 0, 0, 0, 0xEE};
   EXPECT_EQ(netif_get("eth0", 6, mac), 6);
   EXPECT_EQ(fake::to_hex(mac, 7), "021122334455ee");
+}
+
+TEST_F(Interfaces, EveryQueryIsAskedOnceInOrderOverAnIpv4DatagramSocket) {
+  answers_["eth0"] = {};
+  ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  std::vector<unsigned long> queries;
+  for (const auto& [what, name] : asked_) {
+    queries.push_back(what);
+  }
+  EXPECT_EQ(queries,
+            (std::vector<unsigned long>{SIOCGIFADDR, SIOCGIFBRDADDR, SIOCGIFNETMASK, SIOCGIFFLAGS,
+                                        SIOCGIFHWADDR, SIOCGIFMETRIC, SIOCGIFMTU, SIOCETHTOOL}));
+  EXPECT_EQ(socket_.domain, AF_INET);
+  EXPECT_EQ(socket_.type, SOCK_DGRAM);
 }
 
 TEST_F(Interfaces, AFailedQueryLeavesItsFieldAloneZero) {
@@ -317,20 +395,25 @@ TEST_F(Interfaces, OnlyEthernetIsAskedForItsSettings) {
   answers_["eth0"] = {};
   answers_["ppp0"].family = 512;
   ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n" +
-                 "ppp0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"),
+                 "ppp0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n" +
+                 "eth1: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"),
             0);
   EXPECT_TRUE(asked(SIOCETHTOOL, "eth0"));
+  EXPECT_TRUE(asked(SIOCETHTOOL, "eth1")); // Ethernet by its name alone
   EXPECT_FALSE(asked(SIOCETHTOOL, "ppp0"));
   EXPECT_EQ(tool_request_[0], 1U);
   EXPECT_EQ(tool_request_[10], 0U);
 }
 
 TEST_F(Interfaces, TheQueriesNameTheWholeInterface) {
-  ASSERT_EQ(init(std::string(kNewHeader) + "  eth0.12: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n" +
+  ASSERT_EQ(init(std::string(kNewHeader) + "  eth0.12: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n" + "eth" +
                  std::string(100, 'n') + ": 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"),
             0);
-  EXPECT_TRUE(asked(SIOCGIFADDR, "eth0.12"));
-  EXPECT_TRUE(asked(SIOCGIFADDR, std::string(15, 'n'))); // no interface's name is longer
+  const std::string cut = "eth" + std::string(12, 'n'); // no interface's name is longer
+  for (const auto what : {SIOCGIFADDR, SIOCETHTOOL}) {
+    EXPECT_TRUE(asked(static_cast<unsigned long>(what), "eth0.12"));
+    EXPECT_TRUE(asked(static_cast<unsigned long>(what), cut));
+  }
 }
 
 TEST_F(Interfaces, ColumnsThatAreNotServedGiveNothing) {
@@ -351,6 +434,20 @@ TEST_F(Interfaces, WithoutASocketOrTheFileTheListIsEmpty) {
   EXPECT_EQ(netif_init(), -1);
   EXPECT_EQ(interface_list, nullptr);
   EXPECT_TRUE(world().sockets.empty()) << "a query socket stayed open";
+}
+
+TEST_F(Interfaces, WhenMemoryIsOutTheListEndsWithWhatItHolds) {
+  const std::string counters = ": 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n";
+  const std::string content =
+      kNewHeader + ("eth0" + counters) + "eth1" + counters + "eth2" + counters;
+  for (int* good : {&good_callocs, &good_strdups}) {
+    world().write_file("/proc/net/dev", content);
+    *good = 1;
+    EXPECT_EQ(netif_init(), 0);
+    EXPECT_EQ(names(), std::vector<std::string>{"eth|0"});
+    EXPECT_TRUE(world().sockets.empty());
+    *good = -1;
+  }
 }
 
 TEST_F(Interfaces, TheListIsBuiltAnewEveryTimeAndFreed) {

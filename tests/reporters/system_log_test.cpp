@@ -1,6 +1,7 @@
 #include "reporters/system_log.h"
 
 #include "core/say.h"
+#include "reporters/syslog_ring.h"
 #include "tests/reporters/log_fixture.h"
 
 #include <sys/sem.h>
@@ -96,6 +97,23 @@ TEST_F(SystemLog, ALineSplitAcrossTheWrapIsReportedOnceAndMarkedInItsFirstRecord
   EXPECT_EQ(read_log(), 0);
 }
 
+TEST_F(SystemLog, ALineMayEndWithTheLastByteOfTheData) {
+  use_ring(44, 22);
+  ring->put("0 0 d 00:00:01 h s a\n");
+  ASSERT_EQ(ring->get(8), 0);
+  EXPECT_EQ(read_log(), 23);
+  EXPECT_EQ(output, "2001-09-09 01:45:01s a\n");
+  EXPECT_EQ(ring->data()[22], '1');
+}
+
+TEST_F(SystemLog, ARingThatLacksOneByteOfBeingFullIsReadWhole) {
+  use_ring(45, 23);
+  ring->put("0 0 d 00:00:01 h s a\n");
+  ring->put("0 0 d 00:00:02 h s b\n");
+  ASSERT_EQ(ring->get(8), 22);
+  EXPECT_EQ(read_log(), 2 * 23);
+}
+
 TEST_F(SystemLog, ALineMayStandInMoreThanTwoRecords) {
   ring->put("0");
   ring->put(" 0 d 00:00:0");
@@ -104,6 +122,14 @@ TEST_F(SystemLog, ALineMayStandInMoreThanTwoRecords) {
   read_log();
   EXPECT_EQ(output, "2001-09-09 01:45:07s message\n");
   EXPECT_EQ(ring->data()[0], '1');
+}
+
+TEST_F(SystemLog, AllRecordsOfAMarkedLineArePassedOver) {
+  ring->put("1 0 d 00:00:01 h s ");
+  ring->put("0 0 d 00:00:02 h s part of the first\n");
+  ring->put("0 0 d 00:00:03 h s other\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:03s other\n");
 }
 
 TEST_F(SystemLog, AnIncompleteLineIsReadAgainFromItsFirstRecord) {
@@ -124,6 +150,22 @@ TEST_F(SystemLog, AnEmptyRecordBeginsNoLine) {
   EXPECT_EQ(ring->data()[line], '1');
 }
 
+TEST_F(SystemLog, AnEmptyRecordWithinALineAddsNothingToIt) {
+  ring->put("0 0 d 00:00:01 h s be");
+  ring->put("");
+  ring->put("gun\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s begun\n");
+  EXPECT_EQ(ring->data()[0], '1');
+}
+
+TEST_F(SystemLog, ANewlineInsideARecordEndsNoLine) {
+  ring->put("0 0 d 00:00:01 h s one\ntwo");
+  ring->put(" three\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s one\ntwo three\n");
+}
+
 TEST_F(SystemLog, TheHeadAndTheTailAreNeverWritten) {
   use_ring(200, 40);
   put_numbered(1, 3);
@@ -132,6 +174,19 @@ TEST_F(SystemLog, TheHeadAndTheTailAreNeverWritten) {
   EXPECT_EQ(ring->get(4), 40);
   EXPECT_EQ(ring->get(8), tail);
   EXPECT_EQ(ring->get(0), 200);
+}
+
+// DELIBERATE: the mark is written under the reader's hold, between its two operations.
+TEST_F(SystemLog, TheMarkIsWrittenWhileTheReaderIsCountedIn) {
+  ring->put("0 0 d 00:00:01 h s m\n");
+  world().semop_fails_at = 0;
+  EXPECT_THROW(read_log(), fake::Exited);
+  EXPECT_EQ(ring->data()[0], '0');
+  world().semop_fails_at = 2; // the end of the next reading
+  EXPECT_THROW(read_log(), fake::Exited);
+  EXPECT_EQ(ring->data()[0], '1');
+  EXPECT_EQ(world().events_of({"semop"}),
+            (Texts{"semop (1,0,0) (0,1,4096)", "semop (1,0,0) (0,1,4096)", "semop (0,-1,6144)"}));
 }
 
 TEST_F(SystemLog, ALineOfAnotherMarkIsDropped) {
@@ -143,15 +198,22 @@ TEST_F(SystemLog, ALineOfAnotherMarkIsDropped) {
 }
 
 TEST_F(SystemLog, TheCharacterBehindTheMarkIsSkippedUnread) {
-  ring->put("0x0 d 00:00:01 h s a\n");
+  ring->put("0x1 d 00:00:01 h s a\n");
+  ring->put("051 d 00:00:02 h s b\n");
   read_log();
-  EXPECT_EQ(output, "2001-09-09 01:45:01s a\n");
+  EXPECT_EQ(output, "2001-09-10 01:45:01s a\n2001-09-10 01:45:02s b\n");
 }
 
 TEST_F(SystemLog, FurtherWhiteSpaceBeforeATokenAndBeforeTheMessageIsSkipped) {
   ring->put("0   2 \t d   00:01:00   h \t s  \t message  kept \n");
   read_log();
   EXPECT_EQ(output, "2001-09-11 01:46:00s message  kept \n");
+}
+
+TEST_F(SystemLog, OnlyABlankEndsAToken) {
+  ring->put("0 0 d 00:00:01 h\tx s\ty message\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s message\n");
 }
 
 TEST_F(SystemLog, NothingBehindTokenFiveIsAnEmptyMessage) {
@@ -218,6 +280,14 @@ TEST_F(SystemLog, TheTimeOfDayIsReadFromItsOwnTokenAlone) {
   EXPECT_EQ(read_log(), -1);
 }
 
+TEST_F(SystemLog, ANumberOfTheTimeOfDayHasTwoDigitsAtTheMost) {
+  ring->put("0 0 d 0:1:019 h s m\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:46:01s m\n");
+  ring->put("0 0 d 001:00:00 h s m\n");
+  EXPECT_EQ(read_log(), -1);
+}
+
 TEST_F(SystemLog, AnUnreadableLineWhoseSourceIsOffIsDropped) {
   world().nvram["rcm_log_modem"] = "0";
   ring->put("0 modem[\n");
@@ -265,7 +335,17 @@ TEST_F(SystemLog, AMarkerCountsAnywhereInTheLine) {
   world().nvram["rcm_log_modem"] = "0";
   EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 modem[ s x\n"), 0);
   EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 h s my-modem[2]\n"), 0);
-  EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 h s modem 2\n"), 1);
+}
+
+TEST_F(SystemLog, AMarkerCountsAsAWholeAlone) {
+  for (const char* key : {"rcm_log_pppd", "rcm_log_modem", "rcm_log_pluto", "rcm_log_udhcpd",
+                          "rcm_log_syslogd", "rcm_log_dnsmasq"}) {
+    world().nvram[key] = "0";
+  }
+  for (const char* text : {"pppd 2", "ppp[2]", "modem: x", "pluto: x", "udhcpd[3]", "MARK --",
+                           "-- MARK", "-- mark --", "dnsmasq: x", "PPPD[2]"}) {
+    EXPECT_EQ(rcm_log_filter(text), 1) << text;
+  }
 }
 
 // Room -------------------------------------------------------------------------------------------
@@ -315,6 +395,14 @@ TEST_F(SystemLog, AVeryLongLineOverSeveralRecordsIsCutOnce) {
   EXPECT_EQ(read_log(), 21 + 1003 + 1);
   EXPECT_EQ(output, "2001-09-09 01:45:01s " + std::string(900, 'x') + std::string(103, 'y') + "\n");
   EXPECT_EQ(read_log(), 0);
+}
+
+TEST_F(SystemLog, ALineWhose1023rdCharacterIsANewlineIsCompleteThere) {
+  ring->put("0 0 d 00:00:01 h s " + std::string(1003, 'x') + "\nbehind the cut");
+  ring->put("0 0 d 00:00:02 h s next\n");
+  EXPECT_EQ(read_log(), 21 + 1003 + 1 + 26);
+  EXPECT_EQ(output,
+            "2001-09-09 01:45:01s " + std::string(1003, 'x') + "\n2001-09-09 01:45:02s next\n");
 }
 
 // Failures ---------------------------------------------------------------------------------------
@@ -377,10 +465,11 @@ TEST_F(SystemLog, HeadersThatCannotBeYieldNoLines) {
     std::int32_t size, head, tail;
   };
   constexpr std::int32_t kMax = 2'147'483'647;
-  for (const Case& c : {Case{0, 0, 22}, Case{-1, 0, 22}, Case{INT32_MIN, 0, 22}, Case{101, 0, 22},
-                        Case{kMax, 0, 22}, Case{100, -1, 22}, Case{100, 100, 22},
-                        Case{100, kMax, 22}, Case{100, 0, 100}, Case{100, 0, -22},
-                        Case{100, 0, INT32_MIN}, Case{100, 0, kMax}, Case{10, 0, 22}}) {
+  for (const Case& c :
+       {Case{0, 0, 22}, Case{-1, 0, 22}, Case{INT32_MIN, 0, 22}, Case{101, 0, 22},
+        Case{kMax, 0, 22}, Case{100, -1, 22}, Case{100, 100, 22}, Case{100, kMax, 22},
+        Case{100, 0, 100}, Case{100, 0, -22}, Case{100, 0, INT32_MIN}, Case{100, 0, kMax},
+        Case{10, 0, 22}, Case{100, 0, -1}, Case{100, 100, 100}, Case{0, 0, 0}}) {
     use_ring(100);
     ring->put("0 0 d 00:00:01 h s ab\n");
     ring->set(0, c.size);
@@ -388,6 +477,9 @@ TEST_F(SystemLog, HeadersThatCannotBeYieldNoLines) {
     ring->set(8, c.tail);
     EXPECT_EQ(read_log(), 0) << c.size << " " << c.head << " " << c.tail;
     EXPECT_EQ(ring->data()[0], '0');
+    const RingWalk walk = walk_ring(ring->segment(), ring->segment_bytes());
+    EXPECT_EQ(walk.data, nullptr);
+    EXPECT_FALSE(ring_is_sound(walk));
   }
   EXPECT_EQ(world().readers, 0);
 }

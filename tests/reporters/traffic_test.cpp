@@ -22,6 +22,8 @@ protected:
     context.seq = 9;
     context.retransmit_count = 3;
     context.miss_count = 2;
+    setenv("TZ", "EST5", 1); // times are UTC, wherever the device lives
+    tzset();
   }
 
   // A report begins the next hour, sent or not.
@@ -69,8 +71,8 @@ TEST_F(Traffic, TheFirstSampleCarriesTheWholeCounters) {
   world().nvram["wwan_rx_packets"] = "4";
   sample("1", "2");
   EXPECT_EQ(text(), "20010909014640,1,2\r\n");
-  EXPECT_EQ(traffic_log().hour.tx_packets, 3U);
-  EXPECT_EQ(traffic_log().hour.rx_packets, 4U);
+  EXPECT_EQ(traffic_log().hour_tx_packets, 3U);
+  EXPECT_EQ(traffic_log().hour_rx_packets, 4U);
   EXPECT_EQ(context.last_wwan_tx_bytes, 1U);
   EXPECT_EQ(context.last_wwan_rx_bytes, 2U);
   EXPECT_EQ(context.last_wwan_tx_packets, 3U);
@@ -92,10 +94,10 @@ TEST_F(Traffic, TheDifferencesOfAMinuteAndTheirSums) {
   sample("150", "1200");
   EXPECT_EQ(text(), "20010909014640,100,200\r\n20010909014740,50,1000\r\n");
   EXPECT_EQ(traffic_log().sample_count, 2);
-  EXPECT_EQ(traffic_log().hour.tx_bytes, 150U);
-  EXPECT_EQ(traffic_log().hour.rx_bytes, 1200U);
-  EXPECT_EQ(traffic_log().hour.tx_packets, 11U);
-  EXPECT_EQ(traffic_log().hour.rx_packets, 23U);
+  EXPECT_EQ(traffic_log().hour_tx_bytes, 150U);
+  EXPECT_EQ(traffic_log().hour_rx_bytes, 1200U);
+  EXPECT_EQ(traffic_log().hour_tx_packets, 11U);
+  EXPECT_EQ(traffic_log().hour_rx_packets, 23U);
   EXPECT_EQ(traffic_log().difference[1].tx_packets, 1U);
   EXPECT_EQ(traffic_log().difference[1].rx_packets, 3U);
 }
@@ -104,11 +106,11 @@ TEST_F(Traffic, FallingCountersGiveNegativeDifferencesAndWrappedTotals) {
   sample("1000", "5000");
   sample("400", "0");
   EXPECT_EQ(text(), "20010909014640,1000,5000\r\n20010909014640,-600,-5000\r\n");
-  EXPECT_EQ(traffic_log().hour.tx_bytes, 400U);
-  EXPECT_EQ(traffic_log().hour.rx_bytes, 0U);
+  EXPECT_EQ(traffic_log().hour_tx_bytes, 400U);
+  EXPECT_EQ(traffic_log().hour_rx_bytes, 0U);
   empty_the_table();
   sample("100", "0");
-  EXPECT_EQ(traffic_log().hour.tx_bytes, 4294966996U); // -300
+  EXPECT_EQ(traffic_log().hour_tx_bytes, 4294966996U); // -300
 }
 
 TEST_F(Traffic, CountersAreUnsignedAndThirtyTwoBitsWide) {
@@ -125,8 +127,8 @@ TEST_F(Traffic, The61stMinuteIsMissingFromTheSlotsAndTheTotals) {
     sample(std::to_string(minute * 10), std::to_string(minute * 100));
   }
   EXPECT_EQ(traffic_log().sample_count, 60);
-  EXPECT_EQ(traffic_log().hour.tx_bytes, 600U);
-  EXPECT_EQ(traffic_log().hour.rx_bytes, 6000U);
+  EXPECT_EQ(traffic_log().hour_tx_bytes, 600U);
+  EXPECT_EQ(traffic_log().hour_rx_bytes, 6000U);
   const std::string records = text();
   EXPECT_EQ(std::count(records.begin(), records.end(), '\n'), 60);
   EXPECT_EQ(context.last_wwan_tx_bytes, 610U) << "the baselines go on";
@@ -173,9 +175,10 @@ TEST_F(Traffic, NoSlotNoText) {
 
 TEST_F(Traffic, ATextThatDoesNotFitIsCutBetweenRecords) {
   sample("1", "1");
-  sample("2", "2");
-  char place[30] = {};
-  EXPECT_EQ(get_traffic_info(place, 24), 20U);
+  sample("100", "100");
+  sample("101", "101");
+  char place[50] = {};
+  EXPECT_EQ(get_traffic_info(place, 42), 20U) << "no record overtakes another";
   EXPECT_EQ(std::string(place), "20010909014640,1,1\r\n");
 }
 
@@ -203,8 +206,20 @@ TEST_F(Traffic, ThePacketHoldsTheTotalsAndTheText) {
   EXPECT_EQ(context.tx_length, 72U);
 }
 
+// DELIBERATE: `online` is not asked.
+TEST_F(Traffic, TheHourIsSentInEveryState) {
+  answer_everything();
+  for (const int online : {0, 1, 2}) {
+    world().sent.clear();
+    context.online = online;
+    rcm_trafficsender_func(&context);
+    EXPECT_EQ(world().sent.size(), 1U) << online;
+    EXPECT_EQ(context.online, 1);
+  }
+}
+
 TEST_F(Traffic, AnAcknowledgedHourInOrder) {
-  context.online = 0; // it is not asked
+  context.online = 0;
   sample("1", "2");
   world().events.clear();
   answer_everything();
@@ -232,6 +247,8 @@ TEST_F(Traffic, AnHourWithoutSamplesIsEightBytesOfZero) {
 
 // DELIBERATE: the hour is gone.
 TEST_F(Traffic, ASilentServerLosesTheHourAndTheDeviceIsOffline) {
+  world().nvram["wwan_tx_packets"] = "3";
+  world().nvram["wwan_rx_packets"] = "4";
   sample("1", "2");
   world().events.clear();
   rcm_trafficsender_func(&context);
@@ -248,15 +265,17 @@ TEST_F(Traffic, ASilentServerLosesTheHourAndTheDeviceIsOffline) {
   EXPECT_EQ(context.retransmit_count, 3);
   EXPECT_EQ(world().events.back(), "arm rcm_trafficsender 3600");
   EXPECT_EQ(text(), "");
-  EXPECT_EQ(traffic_log().hour.tx_bytes, 0U);
-  EXPECT_EQ(traffic_log().hour.rx_bytes, 0U);
+  EXPECT_EQ(traffic_log().hour_tx_bytes, 0U);
+  EXPECT_EQ(traffic_log().hour_rx_bytes, 0U);
+  EXPECT_EQ(traffic_log().hour_tx_packets, 0U);
+  EXPECT_EQ(traffic_log().hour_rx_packets, 0U);
 }
 
 TEST_F(Traffic, TheTableIsEmptyBeforeThePacketLeaves) {
   sample("1", "2");
   bool seen_empty = false;
   world().on_send = [&](const fake::Datagram&) {
-    seen_empty = traffic_log().sample_count == 0 && traffic_log().hour.tx_bytes == 0;
+    seen_empty = traffic_log().sample_count == 0 && traffic_log().hour_tx_bytes == 0;
     world().deliver(1161, fake::server_packet(64, 1, 9));
   };
   rcm_trafficsender_func(&context);

@@ -7,6 +7,23 @@ using kit::Texts;
 
 namespace {
 
+int good_reallocs = -1; // how many succeed before one fails; negative: all
+
+} // namespace
+
+extern "C" {
+void* __real_realloc(void* memory, std::size_t size);
+
+void* __wrap_realloc(void* memory, std::size_t size) {
+  if (good_reallocs >= 0 && good_reallocs-- == 0) {
+    return nullptr;
+  }
+  return __real_realloc(memory, size);
+}
+}
+
+namespace {
+
 constexpr char kAccess[] = "eth0,1.2.3.4,ppp0,5.6.7.8,tcp,80,90,0,ACCEPT,web,1";
 constexpr char kForwarding[] = "ppp0,tcp,0.0.0.0,8080,192.168.1.9,80,0,camera,1";
 
@@ -105,6 +122,16 @@ TEST_F(Firewall, FieldsOfAnyLengthAreKept) {
   EXPECT_EQ(kit::read("firewall_access_rule0"), value);
 }
 
+TEST_F(Firewall, WithoutMemoryForItsTextARuleHasNone) {
+  kit::write("firewall_access_rule0", kAccess);
+  for (const int good : {0, 5, 10}) {
+    good_reallocs = good;
+    EXPECT_EQ(kit::read("firewall_access_rule0"), "<null>");
+    good_reallocs = -1;
+  }
+  EXPECT_EQ(kit::read("firewall_access_rule0"), kAccess);
+}
+
 TEST_F(Firewall, AValueLongerThanAnyDatagramIsRefused) {
   EXPECT_EQ(kit::write("firewall_access_rule0", std::string(8192, 'x')), -1);
   EXPECT_TRUE(world().events.empty());
@@ -115,6 +142,16 @@ TEST_F(Firewall, TheUnitIsIgnoredAndRulesDoNotMix) {
   EXPECT_EQ(kit::read("firewall_access_rule0", 9), kAccess);
   EXPECT_EQ(kit::read("firewall_access_rule1"), "");
   EXPECT_EQ(kit::read("firewall_portforwarding_rule0"), "");
+}
+
+TEST_F(Firewall, TheRuleNumberIsWhatTheNameEndsWith) {
+  const rcmd::VariableEntry access = {"firewall_access_rule12", rcmd::kPlain, nullptr, nullptr};
+  EXPECT_EQ(rcmd::firewall_access_set(0, "", &access), 0);
+  const rcmd::VariableEntry forwarding = {"firewall_portforwarding_rule12x", rcmd::kPlain, nullptr,
+                                          nullptr};
+  EXPECT_EQ(rcmd::firewall_portforwarding_set(0, "", &forwarding), 0);
+  EXPECT_EQ(world().events, (Texts{"nvram_set firewall_access12_status=0",
+                                   "nvram_set firewall_portforwarding12_status=0"}));
 }
 
 TEST_F(Firewall, TheStatusOfAWriteIsTheStatusKeys) {

@@ -18,6 +18,12 @@ TEST_F(LanDhcpRules, TheKeyCarriesTheRuleNumberInTheMiddle) {
   EXPECT_EQ(world().nvram.size(), 8U);
 }
 
+TEST_F(LanDhcpRules, TheRuleNumberIsWhatTheNameEndsWith) {
+  const rcmd::VariableEntry row = {"lan_dhcp_rule12x", rcmd::kPlain, nullptr, nullptr};
+  EXPECT_EQ(rcmd::lan_dhcp_rule_set(0, "a", &row), 0);
+  EXPECT_EQ(world().events, kit::Texts{"nvram_set lan_dhcp12_rule=a"});
+}
+
 TEST_F(LanDhcpRules, AnAbsentRuleReadsAsTheEmptyText) {
   EXPECT_EQ(kit::read("lan_dhcp_rule5"), "");
 }

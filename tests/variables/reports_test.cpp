@@ -167,6 +167,11 @@ TEST_F(Reports, APacketSentAtTheFillLimitLeavesTheSecondUnitNothing) {
   EXPECT_EQ(names(records_of(world().sent[1].bytes)), (Texts{"x", "y"}));
 }
 
+TEST_F(Reports, AUnitsNumberHasTwoBytes) {
+  EXPECT_EQ(send_units(258), 0);
+  EXPECT_EQ(kit::unit_of(world().sent.back().bytes), 257);
+}
+
 TEST_F(Reports, NoUnitsSendNothing) {
   EXPECT_EQ(send_units(0), 0);
   EXPECT_EQ(send_units(-1), 0);
@@ -194,6 +199,17 @@ TEST_F(Reports, ARecordThatDoesNotFitTheBufferIsLeftOutWhole) {
   EXPECT_EQ(send_plain(), 0);
   EXPECT_EQ(kit::sent_records(), (Texts{"a=1", "c=3"}));
   EXPECT_EQ(world().diagnostics(), "b is left out of the report\n");
+}
+
+TEST_F(Reports, ARowWithoutMemoryForItsTextIsLeftOut) {
+  constexpr auto kNone = [](std::int32_t, const VariableEntry*) -> char* { return nullptr; };
+  constexpr VariableEntry kRows[] = {{"n", kPlain, kNone, nullptr},
+                                     {"m", kPerWan, kNone, nullptr},
+                                     {nullptr, kPlain, nullptr, nullptr}};
+  EXPECT_EQ(do_send_single_variable(&context, kRows, kConf), 0);
+  EXPECT_EQ(do_send_multiple_variable(&context, kRows, kConf, kPerWan, 1), 0);
+  EXPECT_TRUE(world().sent.empty());
+  EXPECT_EQ(world().diagnostics(), "n is left out of the report\nm is left out of the report\n");
 }
 
 TEST_F(Reports, TheLargestRecordThatFitsFillsTheBufferToItsLastByte) {

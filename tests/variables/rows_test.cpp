@@ -1,5 +1,7 @@
 // Every configuration variable on its whole way: set by a request, kept in nvram, reported again.
+#include "reporters/status.h"
 #include "tests/variables/kit.h"
+#include "variables/generic.h"
 #include "variables/remote_config.h"
 #include "variables/reports.h"
 
@@ -123,17 +125,25 @@ TEST_F(EveryRow, TheTableHoldsTheRowsInOrder) {
 }
 
 TEST_F(EveryRow, TheStatusTableHoldsTheRowsInOrderAndNoWriter) {
-  const std::pair<const char*, VariableScope> rows[] = {
-      {"lan_status", kPlain},     {"lan_inpkts", kPlain},       {"lan_outpkts", kPlain},
-      {"mem_usage", kPlain},      {"mem_total", kPlain},        {"wan_uptime", kPerWan},
-      {"wan_wwan_gps", kPerWan},  {"wan_wwan_prodid", kPerWan}, {"wan_ipaddr", kPerWan},
-      {"wan_wwan_rssi", kPerWan}, {"wan_wwan_esn", kPerWan},    {"wan_inpkts", kPerWan},
-      {"wan_outpkts", kPerWan}};
+  struct Row {
+    const char* name;
+    VariableScope scope;
+    char* (*get)(std::int32_t, const VariableEntry*);
+  };
+  const Row rows[] = {
+      {"lan_status", kPlain, interfaces_info_get},  {"lan_inpkts", kPlain, interfaces_info_get},
+      {"lan_outpkts", kPlain, interfaces_info_get}, {"mem_usage", kPlain, memusage_get},
+      {"mem_total", kPlain, memtotal_get},          {"wan_uptime", kPerWan, generic_nvram_get},
+      {"wan_wwan_gps", kPerWan, generic_nvram_get}, {"wan_wwan_prodid", kPerWan, generic_nvram_get},
+      {"wan_ipaddr", kPerWan, generic_nvram_get},   {"wan_wwan_rssi", kPerWan, generic_nvram_get},
+      {"wan_wwan_esn", kPerWan, generic_nvram_get}, {"wan_inpkts", kPerWan, interfaces_info_get},
+      {"wan_outpkts", kPerWan, interfaces_info_get}};
   ASSERT_EQ(std::size(rows), 13U);
   for (std::size_t i = 0; i < std::size(rows); i++) {
-    EXPECT_STREQ(information_variables[i].name, rows[i].first);
-    EXPECT_EQ(information_variables[i].scope, rows[i].second);
-    EXPECT_EQ(information_variables[i].set, nullptr);
+    EXPECT_STREQ(information_variables[i].name, rows[i].name);
+    EXPECT_EQ(information_variables[i].scope, rows[i].scope) << rows[i].name;
+    EXPECT_EQ(information_variables[i].get, rows[i].get) << rows[i].name;
+    EXPECT_EQ(information_variables[i].set, nullptr) << rows[i].name;
   }
   EXPECT_EQ(information_variables[13].name, nullptr);
 }

@@ -9,6 +9,20 @@ using kit::Texts;
 
 namespace {
 
+bool memory_is_out = false;
+
+} // namespace
+
+extern "C" {
+void* __real_calloc(std::size_t count, std::size_t size);
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  return memory_is_out ? nullptr : __real_calloc(count, size);
+}
+}
+
+namespace {
+
 class Stations : public kit::VariablesFixture {
 protected:
   // A driver with that many stations, 02:00:00:00:xx:yy, whose signal is -40 - index.
@@ -92,6 +106,15 @@ TEST_F(Stations, ANegativeUnitIsRefused) {
   driver(1);
   EXPECT_EQ(send(), -1);
   EXPECT_TRUE(names_.empty());
+}
+
+TEST_F(Stations, WithoutMemoryForTheListTheDriverIsNotAsked) {
+  driver(1);
+  memory_is_out = true;
+  EXPECT_EQ(send(), -1);
+  memory_is_out = false;
+  EXPECT_TRUE(names_.empty());
+  EXPECT_TRUE(world().sent.empty());
 }
 
 TEST_F(Stations, ADriverThatRefusesTheListEndsIt) {

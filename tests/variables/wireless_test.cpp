@@ -21,6 +21,7 @@ TEST_F(Wireless, AuthenticationModeTwoIsSharedKey) {
   EXPECT_EQ(kit::write("wl_auth_mode", "2", 1), 0);
   EXPECT_EQ(world().events, (Texts{"nvram_set wl1_net_auth_mode=2", "nvram_set wl1_auth=1",
                                    "nvram_set wl1_auth_mode=none", "nvram_set wl1_akm="}));
+  EXPECT_EQ(kit::read("wl_auth_mode", 1), "2");
 }
 
 TEST_F(Wireless, AuthenticationModeThreeIsPreSharedKey) {
@@ -85,6 +86,13 @@ TEST_F(Wireless, WepIsStoredAsAWord) {
   EXPECT_EQ(kit::write("wl_wep", "0"), 0);
   EXPECT_EQ(world().nvram["wl0_wep"], "disabled");
   EXPECT_EQ(kit::read("wl_wep"), "0");
+}
+
+TEST_F(Wireless, EveryUnitHasItsOwnWep) {
+  EXPECT_EQ(kit::write("wl_wep", "1", 1), 0);
+  EXPECT_EQ(world().events, Texts{"nvram_set wl1_wep=enabled"});
+  EXPECT_EQ(kit::read("wl_wep", 1), "1");
+  EXPECT_EQ(kit::read("wl_wep", 0), "0");
 }
 
 TEST_F(Wireless, AnyOtherWepWordReadsAsZero) {
