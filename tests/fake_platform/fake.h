@@ -159,6 +159,7 @@ struct World {
   int tool_status = 0; ///< what wait_process gives for a started tool
 
   // Files: below root(); "tmp", "proc" and "dev" exist.
+  std::string root_parent = "/tmp"; ///< where root() is made on its first use
   [[nodiscard]] std::string root();
   [[nodiscard]] std::string path(const std::string& device_path);
   void write_file(const std::string& device_path, const std::string& content);

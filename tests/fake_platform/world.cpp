@@ -250,8 +250,8 @@ int World::call_handler(int fd) {
 
 std::string World::root() {
   if (root_.empty()) {
-    char name[] = "/tmp/fake-router-XXXXXX";
-    if (mkdtemp(name) == nullptr) {
+    std::string name = root_parent + "/fake-router-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) {
       throw std::runtime_error("no temporary folder");
     }
     root_ = name;

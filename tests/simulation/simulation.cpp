@@ -5,7 +5,7 @@
 #include "tests/simulation/operator.h"
 
 #include <cstdlib>
-#include <cstring>
+#include <unistd.h>
 
 using fake::world;
 
@@ -299,6 +299,9 @@ void Simulation::end_good_weather() {
 Outcome simulate(std::uint64_t seed, bool verbose) {
   setenv("TZ", "UTC", 1);
   fake::reset();
+  if (access("/dev/shm", W_OK) == 0) {
+    world().root_parent = "/dev/shm"; // in memory, as a router's /tmp
+  }
   Outcome outcome;
   {
     Simulation simulation(seed, verbose);
