@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sanitizer/asan_interface.h>
 #include <unistd.h>
 #include <utility>
 
@@ -27,6 +28,7 @@ constexpr std::uint16_t kDevicePort = 1161;
 constexpr int kMostTime_s = 1200;
 constexpr int kMostIdleWaits = 60;
 constexpr std::size_t kHeaderBytes = 36;
+constexpr std::uint16_t kConfigType = 257;
 
 constexpr const char* kSettings[][2] = {
     {"rcm_log_interval", "30"},     {"wifi_supported", "1"},   {"wl_unit", "0"},
@@ -123,6 +125,9 @@ int answer_driver(const std::string&, int command, void* buffer, int length) {
   return 0;
 }
 
+alignas(8) std::uint8_t rx_buf[rcmd::kBufferBytes + rcmd::kRxGuardBytes];
+std::uint8_t tx_buf[rcmd::kBufferBytes];
+
 /// The daemon lives as long as its process and keeps a few things; a run begins without them.
 void forget_earlier_runs(rcmd::RcmContext& context) {
   rcmd::init_cgi(nullptr, 0);
@@ -161,8 +166,6 @@ void end_world() {
 }
 
 Device::Device(Input input) : input_(input) {
-  static std::uint8_t rx_buf[rcmd::kBufferBytes + rcmd::kRxGuardBytes];
-  static std::uint8_t tx_buf[rcmd::kBufferBytes];
   std::memset(rx_buf, 0, sizeof rx_buf);
   std::memset(tx_buf, 0, sizeof tx_buf);
   make_world();
@@ -185,9 +188,9 @@ Device::Device(Input input) : input_(input) {
     timer->arg = &context;
   }
   forget_earlier_runs(context);
-  world().waitfor_result = [this](int, int) { return wait(); };
+  world().waitfor_result = [this](int, int seconds) { return wait(seconds); };
   world().net_call_fails = [this](const std::string& call) {
-    return call == "recv" && std::exchange(receive_fails_, false);
+    return call == "recv" && receive_fails();
   };
   world().send_fails = [this](const fake::Datagram& sent) {
     const std::uint16_t type = type_of(sent.bytes);
@@ -196,6 +199,7 @@ Device::Device(Input input) : input_(input) {
 }
 
 Device::~Device() {
+  ASAN_UNPOISON_MEMORY_REGION(rx_buf, sizeof rx_buf);
   rcmd::debug = 0;
   rcmd::netif_fina();
   end_world();
@@ -227,14 +231,15 @@ void Device::play() {
     if (step->after_s > 0 && world().now_ms < kMostTime_s * 1000) {
       world().run_for(step->after_s);
     }
-    if ((step->bits & kFails) != 0) {
-      receive_fails_ = true;
+    if ((step->bits & kSilence) != 0) {
+      continue;
     }
+    next_receive_fails_ = (step->bits & kFails) != 0;
     step->bits |= kForeignSeq; // nothing is being waited for
     step->after_s = 0;
     arrive(std::move(*step));
     world().serve_ready();
-    receive_fails_ = false;
+    next_receive_fails_ = false;
   }
 }
 
@@ -259,8 +264,22 @@ void Device::arrive(Step step) {
   world().deliver(kDevicePort, step.datagram, step.after_s * 1000);
 }
 
+// Before a datagram is received: closes the buffer behind it.
+bool Device::receive_fails() {
+  if (std::exchange(next_receive_fails_, false)) {
+    return true;
+  }
+  const auto& inbox = world().sockets[context.sock].inbox;
+  ASAN_UNPOISON_MEMORY_REGION(rx_buf, sizeof rx_buf);
+  if (!inbox.empty() && type_of(inbox.front().bytes) != kConfigType) {
+    const std::size_t taken = std::min(inbox.front().bytes.size(), rcmd::kBufferBytes);
+    ASAN_POISON_MEMORY_REGION(rx_buf + taken, sizeof rx_buf - taken);
+  }
+  return false;
+}
+
 // What the platform's wait gives; INT_MIN: what it would give anyway.
-int Device::wait() {
+int Device::wait(int seconds) {
   if (!world().sockets[context.sock].inbox.empty()) {
     return INT_MIN;
   }
@@ -270,6 +289,10 @@ int Device::wait() {
   }
   if ((step->bits & kFails) != 0) {
     return -1;
+  }
+  if ((step->bits & kSilence) != 0) {
+    world().advance_to(world().now_ms + seconds * 1000);
+    return 0;
   }
   arrive(std::move(*step));
   return INT_MIN;

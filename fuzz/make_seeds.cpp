@@ -131,6 +131,13 @@ void seed_exchanges() {
     Recorder recorder;
     recorder.record([&] { exchange.run(recorder.device.context); });
     seed("exchange", exchange.name, joined({{exchange.which}, recorder.script()}));
+    seed("exchange", std::string(exchange.name) + "_silent",
+         joined({{exchange.which},
+                 step_of(fuzz::kSilence, {}),
+                 step_of(fuzz::kSilence, {}),
+                 step_of(fuzz::kSilence, {}),
+                 step_of(fuzz::kFails, {}),
+                 recorder.script()}));
     seed("engine", exchange.name, recorder.engine_steps());
     seed("dispatcher", exchange.name, recorder.script());
     seed_reports(exchange.name, recorder.reports());
@@ -163,12 +170,32 @@ void seed_set() {
   seed("engine", "set", recorder.engine_steps());
 }
 
+// The device starts anew and registers again.
+void seed_return(const std::string& name, const Recorder& recorder) {
+  seed("engine", name + "_back", joined({recorder.engine_steps(), recorder.registration(0xB0)}));
+}
+
 void seed_plain(const std::string& name, std::uint8_t which, server::OperationKind kind) {
   Recorder recorder;
   recorder.record([] {});
   recorder.command(0x26, {which}, server::make_plain(kind));
   seed("dispatcher", name, recorder.script());
   seed("engine", name, recorder.engine_steps());
+  seed_return(name, recorder);
+}
+
+// The server falls silent behind the command, and behind the file request.
+void seed_silence(const std::string& name, const Recorder& recorder, bool firmware) {
+  Bytes silence;
+  for (int waits = 0; waits < 50; waits++) {
+    append(silence, step_of(fuzz::kSilence, {}));
+  }
+  for (const std::size_t heard : {1U, 2U}) {
+    seed("dispatcher", name + "_dead" + std::to_string(heard),
+         joined({recorder.script(0, heard), silence}));
+  }
+  seed("transfer", name + "_dead",
+       joined({{static_cast<std::uint8_t>(firmware ? 2 : 3), 0, 0, 0, 2}, silence}));
 }
 
 // The command, the file request's acknowledgement, then the fragments.
@@ -185,6 +212,8 @@ void seed_transfer(const std::string& name, server::OperationKind kind,
                    server::make_transfer(kind, image, name, "/images/" + name));
   seed("dispatcher", name, recorder.script());
   seed("engine", name, recorder.engine_steps());
+  seed_return(name, recorder);
+  seed_silence(name, recorder, firmware);
   const auto fragments = static_cast<std::uint8_t>(image->fragments());
   const Bytes numbers{0, 0, 0, fragments};
   seed("transfer", name + "_request",

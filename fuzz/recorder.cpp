@@ -4,7 +4,7 @@
 #include "rcm/client.h"
 #include "rcm/registration.h"
 
-#include <arpa/inet.h>
+#include <algorithm>
 
 using fake::world;
 
@@ -45,7 +45,7 @@ Recorder::Recorder() : engine_(settings(), *this) {
   };
   register_fd_desc(device.context.sock, rcmd::rcm_receive_func, &device.context);
   rcmd::ignore(rcmd::do_rcm_register(&device.context));
-  registration_ = step_of(kDatagramStep, to_server_.front());
+  registration_ = to_server_.front();
 }
 
 void Recorder::record(const std::function<void()>& action) {
@@ -67,16 +67,16 @@ void Recorder::pass(int seconds) {
   world().run_for(seconds);
 }
 
-Bytes Recorder::script(std::size_t from) const {
+Bytes Recorder::script(std::size_t from, std::size_t to) const {
   Bytes script;
-  for (std::size_t i = from; i < to_device_.size(); i++) {
+  for (std::size_t i = from; i < std::min(to, to_device_.size()); i++) {
     append(script, step_of(0, to_device_[i]));
   }
   return script;
 }
 
 Bytes Recorder::engine_steps() const {
-  Bytes steps = registration_;
+  Bytes steps = registration(kDatagramStep);
   append(steps, steps_);
   return steps;
 }

@@ -26,9 +26,12 @@ public:
   void command(std::uint8_t control, const Bytes& arguments, server::Command command);
   void pass(int seconds); ///< time passes, at most a pause of the engine's steps
 
-  /// The datagrams that the device received since `from`, as a script.
-  [[nodiscard]] Bytes script(std::size_t from = 0) const;
-  [[nodiscard]] std::size_t received() const { return to_device_.size(); }
+  /// The datagrams that the device received, from one to another, as a script.
+  [[nodiscard]] Bytes script(std::size_t from = 0, std::size_t to = SIZE_MAX) const;
+  /// The registration as a step of the engine's target; the control byte holds its pause.
+  [[nodiscard]] Bytes registration(std::uint8_t control) const {
+    return step_of(control, registration_);
+  }
   /// The registration, and what was recorded since, as the steps of the engine's target.
   [[nodiscard]] Bytes engine_steps() const;
   [[nodiscard]] const std::deque<Bytes>& reports() const { return to_server_; }
