@@ -19,7 +19,7 @@ NetIf* interface_list = nullptr;
 
 namespace {
 
-constexpr int kLineBytes = 257;
+constexpr int kLineBytes = 256;
 constexpr unsigned kMeanPacketBytes = 308; // estimated
 
 constexpr std::int32_t kOther = 1;
@@ -78,7 +78,7 @@ bool read_new_format(const char* text, Counters& counters) {
 bool read_old_format(const char* text, Counters& counters) {
   unsigned long long n[10];
   if (!read_numbers(text, n, 10)) {
-    return true;
+    return false;
   }
   counters = {false, 0, n[0], n[1], 0, n[5], n[6], n[9]};
   return true;
@@ -108,7 +108,7 @@ NetIf* new_interface(const char* name) {
   if (interface == nullptr) {
     return nullptr;
   }
-  const std::size_t stem = std::strcspn(name, "012345678");
+  const std::size_t stem = std::strcspn(name, "0123456789");
   interface->if_name = strndup(name, stem);
   interface->if_unit = strdup(name + stem);
   if (interface->if_name == nullptr || interface->if_unit == nullptr) {
@@ -169,8 +169,8 @@ std::uint32_t speed_of(std::int32_t type) {
 
 void query_all(int fd, const char* name, NetIf& interface) {
   query_address(fd, SIOCGIFADDR, name, interface.addr);
-  query_address(fd, SIOCGIFNETMASK, name, interface.netmask);
   query_address(fd, SIOCGIFBRDADDR, name, interface.broadaddr);
+  query_address(fd, SIOCGIFNETMASK, name, interface.netmask);
   ifreq request;
   if (query(fd, SIOCGIFFLAGS, name, request)) {
     interface.if_flags = static_cast<std::uint16_t>(request.ifr_flags);
@@ -238,7 +238,7 @@ void read_interfaces(std::FILE* file, int fd) {
     const char* name = skip_blanks(line);
     complete(counters, name);
     if (!add_interface(tail, fd, name, counters)) {
-      continue;
+      return;
     }
   }
 }
@@ -266,7 +266,7 @@ std::uint32_t status_of(const NetIf& interface, unsigned flag) {
 
 int netif_init() {
   netif_fina();
-  const int fd = net_socket(AF_INET6, SOCK_DGRAM, 0);
+  const int fd = net_socket(AF_INET, SOCK_DGRAM, 0);
   if (fd < 0) {
     return kFailure;
   }

@@ -43,7 +43,7 @@ struct Rule {
 
   Rule(const RuleKind& of_kind, const VariableEntry& row)
       : kind(of_kind),
-        number(decimal(row.name + std::strlen(of_kind.stem) + std::strlen("_rule") + 1)) {}
+        number(decimal(row.name + std::strlen(of_kind.stem) + std::strlen("_rule"))) {}
 
   [[nodiscard]] NvramKey key(const char* suffix) const {
     NvramKey key;
@@ -61,7 +61,8 @@ char* appended(char* text, const char* more, const char* end) {
   auto* longer =
       static_cast<char*>(std::realloc(text, used + std::strlen(more) + std::strlen(end) + 1));
   if (longer == nullptr) {
-    return text;
+    std::free(text);
+    return nullptr;
   }
   stpcpy(stpcpy(longer + used, more), end);
   return longer;

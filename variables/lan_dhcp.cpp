@@ -14,7 +14,7 @@ namespace {
 NvramKey rule_key(const VariableEntry& row) {
   NvramKey key;
   std::snprintf(key.text, sizeof key.text, "lan_dhcp%d_rule",
-                decimal(row.name + std::strlen("lan_dhcp_rule+")));
+                decimal(row.name + std::strlen("lan_dhcp_rule")));
   return key;
 }
 

@@ -19,7 +19,7 @@ namespace {
 constexpr int kUnits = 1;
 
 int add_variable(RecordArea& area, const char* name, const char* value) {
-  if (!area.records.append("%s=%s", name, value)) {
+  if (value == nullptr || !area.records.append("%s=%s", name, value)) {
     diag("%s is left out of the report\n", name);
     return kSuccess;
   }
@@ -49,7 +49,7 @@ int do_send_multiple_variable(RcmContext* context, const VariableEntry* table, P
                               VariableScope scope, int units) {
   RecordArea area = begin_records(*context, type, scope);
   for (int unit = 0; unit < units; unit++) {
-    area.unit = static_cast<std::uint8_t>(unit);
+    area.unit = static_cast<std::uint16_t>(unit);
     for (const VariableEntry* row = table; row->name != nullptr; row++) {
       if (row->scope != scope) {
         continue;

@@ -77,7 +77,7 @@ int do_send_wl_stalist(RcmContext* context, PacketType type) {
              nvram_text(wireless_key(unit, "ifname").text));
   auto* list = static_cast<StationList*>(std::calloc(1, sizeof(StationList)));
   if (list == nullptr) {
-    return kSuccess;
+    return kFailure;
   }
   const int result = send_list(*context, type, interface_name, *list);
   std::free(list);

@@ -94,7 +94,7 @@ constexpr VariableEntry config_variables[] = {
 };
 
 constexpr VariableEntry information_variables[] = {
-    {"lan_status", kPlain, generic_nvram_get, nullptr},
+    {"lan_status", kPlain, interfaces_info_get, nullptr},
     {"lan_inpkts", kPlain, interfaces_info_get, nullptr},
     {"lan_outpkts", kPlain, interfaces_info_get, nullptr},
     {"mem_usage", kPlain, memusage_get, nullptr},

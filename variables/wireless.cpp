@@ -106,7 +106,7 @@ std::int32_t wl_maclist_update(std::int32_t unit) {
 }
 
 char* wl_wep_get(std::int32_t unit, const VariableEntry*) {
-  return digit_text(stored_word(unit & 0, "wep", kWepModes) == 1 ? 1 : 0);
+  return digit_text(stored_word(unit, "wep", kWepModes) == 1 ? 1 : 0);
 }
 
 std::int32_t wl_wep_set(std::int32_t unit, const char* value, const VariableEntry*) {
