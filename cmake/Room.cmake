@@ -9,8 +9,8 @@
 # TOP is for the one room that defines what the stub wiring stands in for elsewhere.
 # FREE is for what surrounds the daemon (server, tools): exceptions and RTTI are allowed there.
 # Every header is compiled alone, twice over. Every room of the daemon is also linked whole with
-# nothing but its declared targets, the fake platform and the stub wiring: an upward call that hides
-# behind a forward declaration does not link.
+# nothing but its declared targets (and theirs), the fake platform and the stub wiring: an upward call
+# that hides behind a forward declaration does not link.
 
 function(room_include_root out target)
   set(${out} ${CMAKE_BINARY_DIR}/include_roots/${target} PARENT_SCOPE)
@@ -26,7 +26,7 @@ endfunction()
 function(add_room target)
   cmake_parse_arguments(ROOM "OBJECTS;FREE;TOP" "FOLDER" "HEADERS;SOURCES;USES" ${ARGN})
   room_include_root(root ${target})
-  file(MAKE_DIRECTORY ${root})
+  file(REMOVE_RECURSE ${root}) # a header that is no longer listed is no longer seen
   foreach(header IN LISTS ROOM_HEADERS)
     get_filename_component(folder ${root}/${ROOM_FOLDER}/${header} DIRECTORY)
     file(MAKE_DIRECTORY ${folder})
@@ -38,7 +38,8 @@ function(add_room target)
   else()
     set(flags house_daemon)
   endif()
-  set_property(GLOBAL APPEND PROPERTY HOUSE_ROOMS ${target})
+
+  # What the room declared, for who must know all rooms below one.
   set_property(GLOBAL PROPERTY HOUSE_USES_${target} "${ROOM_USES}")
 
   if(ROOM_OBJECTS)
@@ -55,10 +56,12 @@ function(add_room target)
       target_link_libraries(${target} INTERFACE ${ROOM_USES})
     endif()
   endif()
-  if(ROOM_HEADERS AND NOT RCMD_DAEMON_ONLY)
+  # The plain build's checks hold for the sanitized one as well.
+  if(ROOM_HEADERS AND NOT RCMD_DAEMON_ONLY AND NOT RCMD_SANITIZED)
     room_check_headers(${target} ${flags} "${ROOM_FOLDER}" "${ROOM_HEADERS}" "${ROOM_USES}")
   endif()
-  if(ROOM_SOURCES AND NOT ROOM_OBJECTS AND NOT ROOM_FREE AND NOT ROOM_TOP AND NOT RCMD_DAEMON_ONLY)
+  if(ROOM_SOURCES AND NOT ROOM_OBJECTS AND NOT ROOM_FREE AND NOT ROOM_TOP AND NOT RCMD_DAEMON_ONLY
+     AND NOT RCMD_SANITIZED)
     room_check_link(${target})
   endif()
 endfunction()

@@ -113,7 +113,7 @@ int backup_nvram_init() {
 
 void backup_nvram_set(const char* name, const char* value) {
   console("\n");
-  if (!is_mapped || nvram_backup_size <= static_cast<int>(kImageHeaderBytes)) {
+  if (!is_mapped) {
     return;
   }
   Record record;
@@ -136,7 +136,7 @@ void backup_nvram_fini() {
     munmap(nvram_backup_mmap, static_cast<std::size_t>(nvram_backup_size));
     is_mapped = false;
   }
-  if (is_open && nvram_backup_fd > 0) {
+  if (is_open && nvram_backup_fd > 0) { // the store takes 0 for none, and leaves it open
     close(nvram_backup_fd);
   }
   is_open = false;

@@ -34,7 +34,8 @@ static_assert(sizeof(DeskmgrResponse) == 16 && offsetof(DeskmgrResponse, result)
 /// Opens the server and has the event loop serve it.
 /// @param socket_mode  1: datagram; 2: stream, listening. These are the wire protocol's own
 /// numbers; the platform's differ from machine to machine.
-/// @return the socket, which is the event loop's from then on, or -1 with the reason on the console
+/// @return the socket, which is the event loop's from then on, or -1: the reason is on the console,
+/// or the loop has no room
 int deskmgr_open(int socket_mode);
 
 /// Calls the handler of the message's code.

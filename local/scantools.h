@@ -42,7 +42,8 @@ static_assert(offsetof(ScanMessage, reconnect_interval) == 692);
 
 /// Opens the server and has the event loop serve it.
 /// @param socket_mode  1: datagram, the only one there is
-/// @return the socket, which is the event loop's from then on, or -1 with the reason on the console
+/// @return the socket, which is the event loop's from then on, or -1: the reason is on the console,
+/// or the loop has no room
 int scantools_open(int socket_mode);
 
 /// Calls the handler of the message's type.

@@ -101,11 +101,7 @@ bool append(Line& line, const RingRecord& record) {
   std::memcpy(line.text + line.length, record.text, taken);
   line.length += taken;
   line.text[line.length] = '\0';
-  if (line.text[line.length - 1] != '\n' && record.text[record.length - 1] != '\n') {
-    return false;
-  }
-  line.text[line.length - 1] = '\n'; // what was cut keeps its line end
-  return true;
+  return line.text[line.length - 1] == '\n' || record.text[record.length - 1] == '\n';
 }
 
 bool is_space(char c) {
@@ -131,12 +127,12 @@ char* next_token(char*& at) {
 
 // Takes the line apart, in place. @return false when it has no readable time of day
 bool read_stamp(Line& line, Stamp& stamp) {
-  line.text[line.length - 1] = '\0'; // the newline
+  line.text[line.length - 1] = '\0'; // the newline, or what stands there in a line that was cut
   char* at = line.text + std::min<std::size_t>(line.length - 1, 2);
   const char* days = next_token(at);
-  const char* ignored = next_token(at);
+  next_token(at);
   const char* time_of_day = next_token(at);
-  if (days == nullptr || ignored == nullptr || time_of_day == nullptr) {
+  if (days == nullptr || time_of_day == nullptr) {
     return false;
   }
   int hours = 0;

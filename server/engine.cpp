@@ -9,7 +9,6 @@ namespace server {
 namespace {
 
 constexpr std::int64_t kNetworkCopy_ms = 500;
-constexpr std::int64_t kRepeatedRegistration_ms = 2000;
 constexpr std::int64_t kUptimeSlack_s = 5;
 
 Session random_session() {
@@ -22,27 +21,42 @@ Session random_session() {
   return session;
 }
 
-/// A device that started anew counts its packets from 0 again, and its uptime too.
+/// A device that started anew counts its packets from 0 again, and its uptime too. A REGISTER that
+/// was sent again through an outage is as old as the outage is long, and so is the uptime in it: one
+/// that is less than expected proves nothing by itself.
 bool has_restarted(const Peer& peer, const Packet& packet, const Device& fresh, Clock now) {
-  const bool counts_anew = peer.highest_seq ? packet.seq < *peer.highest_seq : packet.seq == 0;
-  const std::int64_t expected = peer.device.uptime + (now.unix_s - peer.device.registered);
-  return counts_anew || fresh.uptime + kUptimeSlack_s < expected;
+  const std::int64_t since = now.unix_s - peer.device.registered;
+  if (packet.seq == 0 && peer.highest_seq != 0U) {
+    return true;
+  }
+  if (fresh.uptime >= since) {
+    return false; // it was up already when it last registered
+  }
+  return packet.seq == 0 ? fresh.uptime + kUptimeSlack_s < peer.device.uptime + since
+                         : fresh.uptime < peer.device.uptime;
 }
 
 /// A REGISTER that the device sent again because it missed the answer, or a late copy of it.
-bool is_repeated(const Peer& peer, const Packet& packet, Clock now) {
+bool is_repeated(const Peer& peer, const Packet& packet, const Device& fresh, Clock now) {
   if (!std::ranges::equal(peer.registration, packet.bytes)) {
     return false;
   }
+  if (fresh.uptime >= now.unix_s - peer.device.registered) {
+    return true; // a device that started anew since then would not be up for so long
+  }
   const bool restart_awaited =
       !peer.tasks.empty() && peer.tasks.front()->record.state == OperationState::kRestarting;
-  return !restart_awaited && (peer.last_type == kRegister ||
-                              now.steady_ms - peer.registered_ms < kRepeatedRegistration_ms);
+  return !restart_awaited && peer.last_type == kRegister;
 }
 
 bool is_report(std::uint16_t type) {
   return type == kLog || type == kConf || type == kStatus || type == kKeepalive ||
          type == kServerTime || type == kKeepaliveParam || type == kTraffic;
+}
+
+/// What a registration consists of, all of it under one seq.
+bool is_asked_when_registering(std::uint16_t type) {
+  return type == kServerTime || type == kKeepaliveParam || type == kConf || type == kStatus;
 }
 
 using What = decltype(Event::what);
@@ -209,7 +223,7 @@ void Engine::registration(const Packet& packet, Clock now) {
     return;
   }
   Device& device = peer->device;
-  const bool repeated = is_repeated(*peer, packet, now);
+  const bool repeated = is_repeated(*peer, packet, fresh, now);
   const bool restarted = has_restarted(*peer, packet, fresh, now);
   device.address = packet.from;
   device.last_seen = now.unix_s;
@@ -220,7 +234,6 @@ void Engine::registration(const Packet& packet, Clock now) {
     device.registered = now.unix_s;
     device.registrations++;
     peer->registration.assign(packet.bytes.begin(), packet.bytes.end());
-    peer->registered_ms = now.steady_ms;
     peer->highest_seq = packet.seq;
   }
   if (!repeated) {
@@ -239,15 +252,18 @@ void Engine::report(Peer& peer, const Packet& packet, Clock now) {
     counters_.ignored++;
     return;
   }
-  const bool question = packet.type == kServerTime || packet.type == kKeepaliveParam;
-  const std::string text = question ? enrolment_text(now) : "";
   peer.last_type = packet.type;
   if (auto what = read_report(packet, now)) {
     output_.event({peer.device.serial, now.unix_s, std::move(*what)});
   } else {
     counters_.ignored++;
   }
-  answer(peer, packet, view_of(text)); // also when it cannot be read: it would only come again
+  // Also when it cannot be read: it would only come again.
+  answer(peer, packet, view_of(answer_text(packet.type, now)));
+  const bool more_follow = is_asked_when_registering(packet.type) && packet.type != kStatus;
+  if (!more_follow) {
+    operations_.answered(peer);
+  }
 }
 
 void Engine::transfer(Peer& peer, const Packet& packet, Clock now) {
@@ -272,6 +288,14 @@ void Engine::answer(const Peer& peer, const Packet& packet, View payload) {
   const Header header = answer_header(packet, peer.device.session, crc16(payload),
                                       static_cast<std::uint16_t>(payload.size()));
   output_.send(packet.from, header, payload);
+}
+
+/// A late answer to any of these packets may be taken for the server's time, and one to a packet of
+/// a first registration for the keepalive parameters too.
+std::string Engine::answer_text(std::uint16_t type, Clock now) const {
+  constexpr std::size_t kTimeDigits = 14;
+  const std::string text = enrolment_text(now);
+  return is_asked_when_registering(type) ? text : text.substr(0, kTimeDigits);
 }
 
 std::string Engine::enrolment_text(Clock now) const {

@@ -7,8 +7,9 @@
 //
 // The device matches an answer by `seq` alone, and asks several questions under the same one, so a
 // late copy of one answer may be taken for the next. Therefore:
-//  - the answers to REGISTER, SERVERTIME and KEEPALIVEPARAM hold the same text, which serves all
-//    three: "YYYYMMDDHHMMSS;keepalive_interval=N;keepalive_maxretries=M";
+//  - the answers to REGISTER, SERVERTIME, KEEPALIVEPARAM, CONF and STATUS hold the same text, which
+//    serves all: "YYYYMMDDHHMMSS;keepalive_interval=N;keepalive_maxretries=M"; those to the other
+//    reports hold its 14 digits, for a registration may follow on them under the same seq;
 //  - a datagram that repeats the one before it within half a second is the network's copy, not the
 //    device's (which waits 5 seconds before it sends again), and is not answered a second time.
 #pragma once
@@ -60,6 +61,7 @@ private:
   void report(Peer& peer, const Packet& packet, Clock now);
   void transfer(Peer& peer, const Packet& packet, Clock now);
   void answer(const Peer& peer, const Packet& packet, View payload = {});
+  [[nodiscard]] std::string answer_text(std::uint16_t type, Clock now) const;
   [[nodiscard]] std::string enrolment_text(Clock now) const;
 
   Settings settings_;

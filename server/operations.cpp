@@ -7,7 +7,9 @@ namespace server {
 
 namespace {
 
-constexpr std::int64_t kGaps_ms[] = {2000, 2000, 4000, 4000, 8000, 8000, 8000, 8000};
+constexpr std::int64_t kFirstGap_ms = 2000;
+constexpr std::int64_t kGap_ms = 6000;
+constexpr int kTries = 10;
 
 std::uint32_t seq_of(const Operation& operation) {
   return 0x80000000U | static_cast<std::uint32_t>(operation.id & 0x7FFFFFFF);
@@ -83,15 +85,21 @@ void Operations::start(Peer& peer, Clock now) {
     peer.transfer = task;
   }
   under_way_[task->record.id] = &peer;
-  send(peer, *task, now);
+  task->deadline_ms = now.steady_ms + kFirstGap_ms;
+  send(peer, *task);
   change(*task, OperationState::kSent, "", now);
 }
 
-void Operations::send(Peer& peer, Task& task, Clock now) {
+void Operations::send(Peer& peer, Task& task) {
   std::copy(peer.device.session.begin(), peer.device.session.end(), task.request.begin());
-  task.deadline_ms = now.steady_ms + kGaps_ms[task.record.sends];
   task.record.sends++;
   output_.send(peer.device.address, task.request, {});
+}
+
+void Operations::answered(Peer& peer) {
+  if (!peer.tasks.empty() && peer.tasks.front()->record.state == OperationState::kSent) {
+    send(peer, *peer.tasks.front());
+  }
 }
 
 void Operations::change(Task& task, OperationState state, std::string detail, Clock now) {
@@ -145,8 +153,9 @@ void Operations::registered(Peer& peer, bool restarted, Clock now) {
   Task& task = *peer.tasks.front();
   const OperationState state = task.record.state;
   if (restarts_device(task.record.kind)) {
-    // A lost acknowledgement does not matter once the device is seen to have restarted.
-    if (state == OperationState::kRestarting || (state == OperationState::kSent && restarted)) {
+    // Without its acknowledgement a restart proves nothing: a power cut looks the same, and takes
+    // what was not committed with it. The command is sent on; carried out twice, it does no harm.
+    if (state == OperationState::kRestarting) {
       back_online(peer, task, now);
     }
     return;
@@ -197,9 +206,9 @@ bool Operations::file_request(Peer& peer, const Packet& packet, Clock now) {
   // DELIBERATE: the device writes count and length of its file request in little-endian order, and
   // the name behind the counted payload, unlike every other packet.
   const View asked = packet.payload;
-  const auto count = static_cast<std::uint32_t>(asked[2] | (asked[3] << 8));
+  const std::uint32_t count = asked[2] | (asked[3] * 0x100U);
   const std::uint32_t length =
-      asked[4] | (asked[5] << 8) | (asked[6] << 16) | (static_cast<std::uint32_t>(asked[7]) << 24);
+      asked[4] | (asked[5] * 0x100U) | (asked[6] * 0x10000U) | (asked[7] * 0x1000000U);
   if (count != task->record.fragments || length != task->record.length ||
       text_of(packet.rest) != task->record.name) {
     return false;
@@ -266,8 +275,9 @@ void Operations::tick(Clock now) {
 
 void Operations::expire(Peer& peer, Task& task, Clock now) {
   if (task.record.state == OperationState::kSent) {
-    if (task.record.sends < static_cast<std::int64_t>(std::size(kGaps_ms))) {
-      send(peer, task, now);
+    if (++task.tries < kTries) {
+      task.deadline_ms = now.steady_ms + kGap_ms;
+      send(peer, task);
       change(task, OperationState::kSent, "", now);
     } else {
       finish(peer, task, OperationState::kRefused,

@@ -1,11 +1,15 @@
 // Commands to devices and what becomes of them.
 //
-// One command at a time is on its way to a device. It is sent again after 2, 2, 4, 4, 8, 8 and 8
-// seconds until the device's reply with its type and seq comes; 8 seconds after the eighth send it
-// counts as refused. The server's seq numbers have the top bit set, far above those that a device
-// counts through itself: a device that waits for an answer takes any datagram with its own seq for
-// it. For a like reason nothing but fragments is sent while a device fetches a file: it would take
-// any payload that begins with an outstanding fragment number for that fragment.
+// One command at a time is on its way to a device. It is sent again after 2 seconds and then every
+// 6 until the device's reply with its type and seq comes; after ten sends and 56 seconds it counts
+// as refused. A device that waits for the answer to a report drops commands, and starts its 5
+// seconds of waiting afresh for each: more often than every 6 seconds they would keep it from ever
+// sending the report again. Instead a command goes out once more whenever the device has been
+// answered, for then it may listen. The server's seq numbers have the top bit set, far above those
+// that a device counts through itself: a device that waits for an answer takes any datagram with
+// its own seq for it. For a like reason nothing but fragments is sent while a device fetches a
+// file: it would take any payload that begins with an outstanding fragment number for that
+// fragment.
 #pragma once
 
 #include "server/peer.h"
@@ -46,6 +50,8 @@ public:
   /// their acknowledgement are not sent a second time by a new run: they end as failed.
   void restore(Peer& peer, Operation record, std::shared_ptr<const Image> image, Clock now);
 
+  /// A report of the device was answered: it may be listening now.
+  void answered(Peer& peer);
   void reply(Peer& peer, const Packet& packet, Clock now);
   /// The device registered anew; `restarted` when it is known to have started from the beginning.
   void registered(Peer& peer, bool restarted, Clock now);
@@ -59,7 +65,7 @@ public:
 
 private:
   void start(Peer& peer, Clock now);
-  void send(Peer& peer, Task& task, Clock now);
+  void send(Peer& peer, Task& task);
   void change(Task& task, OperationState state, std::string detail, Clock now);
   void finish(Peer& peer, Task& task, OperationState state, std::string detail, Clock now);
   void expire(Peer& peer, Task& task, Clock now);

@@ -23,7 +23,9 @@ public:
       : silent_(client.json), terminal_(isatty(STDOUT_FILENO) == 1) {}
 
   void show(const Json& operation) {
-    if (silent_ || !operation.contains("fragments")) {
+    const std::string state = state_of(operation);
+    if (silent_ || !operation.contains("fragments") ||
+        (state != "transferring" && state != "restarting" && state != "done")) {
       return;
     }
     const std::string line = line_of(operation);

@@ -41,6 +41,7 @@ struct Task {
   Operation record;
   Bytes request; ///< the command's datagram
   std::int64_t deadline_ms = 0;
+  int tries = 0;                      ///< sends that waited for their answer in vain
   std::shared_ptr<const Image> image; ///< of a transfer
 };
 
@@ -51,7 +52,6 @@ struct Peer {
   std::uint16_t last_type = 0;
   std::optional<std::uint32_t> highest_seq; ///< since it registered
   Bytes registration;                       ///< its last REGISTER
-  std::int64_t registered_ms = 0;
   std::deque<std::shared_ptr<Task>> tasks; ///< the first is under way, the others wait
   std::shared_ptr<Task> transfer;          ///< the latest transfer, finished or not
 };

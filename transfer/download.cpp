@@ -124,10 +124,9 @@ int create_download_file(const char* path) {
 }
 
 int download_fragments(RcmContext& context, const Download& download, int fd) {
-  Progress progress;
+  Progress progress{};
   progress.window.clear();
   progress.next = download.first;
-  progress.accepted = 0;
   // DELIBERATE: only an accepted fragment ends a download, so that an empty one waits for ever.
   bool done = false;
   while (!done) {

@@ -66,7 +66,7 @@ private:
   uint32_t crc_ = 0;
   size_t length_ = 0;
   size_t buffered_ = 0;
-  char buffer_[4096];
+  char buffer_[4096] = {};
 };
 
 } // namespace rcmd

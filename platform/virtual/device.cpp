@@ -9,6 +9,7 @@
 #include "platform/common/memory.h"
 #include "platform/common/output.h"
 
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -117,7 +118,7 @@ int32_t clock_speed() {
   if (speed == 0) {
     const char* asked = getenv("VIRTUAL_ROUTER_TIME_SCALE");
     const long number = asked == nullptr ? 1 : strtol(asked, nullptr, 10);
-    speed = static_cast<int32_t>(number < 1 ? 1 : number > kMostSpeed ? kMostSpeed : number);
+    speed = static_cast<int32_t>(std::clamp(number, 1L, kMostSpeed));
   }
   return speed;
 }

@@ -91,6 +91,10 @@ struct World {
   //   "mtd_unlock START LENGTH", "mtd_erase START LENGTH", "mtd_read N", "mtd_write N"
   //   "restart 01234567", "signal N", "await_restart"
   std::vector<std::string> events;
+  /// False: `events`, `sent` and `tools` stay empty, so that a long simulation does not grow.
+  bool recording = true;
+  /// Called with every event before it takes effect; what it throws leaves the code under test.
+  std::function<void(const std::string& event)> on_call;
   /// The events that begin with one of the prefixes, joined order kept.
   [[nodiscard]] std::vector<std::string> events_of(std::vector<std::string> prefixes) const;
   /// All diag texts, and all console texts, joined.
@@ -120,6 +124,7 @@ struct World {
   std::map<int, Socket> sockets;
   std::vector<Datagram> sent;
   std::function<void(const Datagram&)> on_send;           ///< a peer: may call deliver()
+  std::function<void(const Datagram&)> on_receive;        ///< a datagram is being read
   std::function<bool(const Datagram&)> send_fails;        ///< true: the send gives -1
   std::function<long(const Datagram&)> send_result;       ///< another result than the whole length
   std::function<int(int fd, int seconds)> waitfor_result; ///< not INT_MIN: waitfor gives that
@@ -144,11 +149,14 @@ struct World {
   std::map<std::string, std::string> committed;
   int nvram_set_result = 0;
   int commit_result = 0;
+  std::function<void(const std::string& name)> on_nvram_get;
 
   // Tools.
   std::vector<ToolRun> tools;
   std::function<int(const ToolRun&)> on_tool; ///< result of _eval; default 0
-  int tool_status = 0;                        ///< what wait_process gives for a started tool
+  /// A started tool is waited for: may let time pass. Default: tool_status.
+  std::function<int(const ToolRun&)> on_wait;
+  int tool_status = 0; ///< what wait_process gives for a started tool
 
   // Files: below root(); "tmp", "proc" and "dev" exist.
   [[nodiscard]] std::string root();
@@ -193,7 +201,8 @@ struct World {
   const RcmTimer* firing = nullptr;
   std::multimap<std::int64_t, std::function<void()>> schedule;
   int next_fd = 1000;
-  std::map<int, std::string> started;
+  std::map<int, ToolRun> started;
+  int tools_started = 0;
   std::unique_ptr<char[]> handed_out; ///< the last text of nvram_get
   std::string root_;
 };

@@ -53,8 +53,11 @@ ssize_t take(int fd, void* data, std::size_t length, sockaddr_in* peer) {
     errno = EAGAIN;
     return -1;
   }
-  const fake::Datagram datagram = socket->inbox.front();
+  const fake::Datagram datagram = std::move(socket->inbox.front());
   socket->inbox.pop_front();
+  if (world().on_receive) {
+    world().on_receive(datagram);
+  }
   const std::size_t taken = std::min(length, datagram.bytes.size());
   if (taken > 0) {
     std::memcpy(data, datagram.bytes.data(), taken);
@@ -82,7 +85,9 @@ ssize_t give(int fd, const void* data, std::size_t length, int flags, const sock
   }
   const ssize_t result =
       world().send_result ? world().send_result(datagram) : static_cast<ssize_t>(length);
-  world().sent.push_back(datagram);
+  if (world().recording) {
+    world().sent.push_back(datagram);
+  }
   if (world().on_send) {
     world().on_send(datagram);
   }
@@ -139,6 +144,9 @@ int net_listen(int fd, int backlog) {
 }
 
 int net_accept(int fd, sockaddr*, socklen_t*) {
+  if (fails("accept")) {
+    return -1;
+  }
   const fake::Socket* socket = socket_of(fd);
   if (socket == nullptr || !socket->listening || world().connections.empty()) {
     errno = EOPNOTSUPP;

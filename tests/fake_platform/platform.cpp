@@ -38,6 +38,9 @@ extern "C" {
 // nvram: the text of the last get dies with the next call, as the contract allows.
 
 const char* nvram_get(const char* name) {
+  if (world().on_nvram_get) {
+    world().on_nvram_get(name);
+  }
   const auto found = world().nvram.find(name);
   if (found == world().nvram.end()) {
     world().handed_out.reset();
@@ -126,11 +129,14 @@ int _eval(char* const argv[], const char* output, int timeout_s, int* pid) {
   run.timeout_s = timeout_s;
   run.waited = pid == nullptr;
   world().note("tool " + run.line() + (run.output.empty() ? "" : " " + run.output));
-  world().tools.push_back(run);
+  world().tools_started++;
+  if (world().recording) {
+    world().tools.push_back(run);
+  }
   const int result = world().on_tool ? world().on_tool(run) : 0;
   if (pid != nullptr && result == 0) {
-    *pid = 5000 + static_cast<int>(world().tools.size());
-    world().started[*pid] = run.arguments[0];
+    *pid = 5000 + world().tools_started;
+    world().started[*pid] = run;
   }
   return result;
 }
@@ -141,9 +147,10 @@ int wait_process(int pid) {
     world().note("wait nobody");
     return -1;
   }
-  world().note("wait " + found->second);
+  const fake::ToolRun run = found->second;
+  world().note("wait " + run.arguments[0]);
   world().started.erase(found);
-  return world().tool_status;
+  return world().on_wait ? world().on_wait(run) : world().tool_status;
 }
 
 // Conversions: the common ones are the platforms' own; the resolver is the test's.

@@ -74,6 +74,12 @@ std::vector<std::string> World::events_of(std::vector<std::string> prefixes) con
 }
 
 void World::note(const std::string& event) {
+  if (on_call) {
+    on_call(event);
+  }
+  if (!recording) {
+    return;
+  }
   constexpr std::size_t kMostEvents = 2'000'000;
   if (events.size() >= kMostEvents) {
     throw std::runtime_error("the code under test never came to an end");

@@ -2,6 +2,7 @@
 
 #include "tests/fake_platform/fixture.h"
 
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/mman.h>
@@ -15,6 +16,11 @@ using namespace std::string_literals;
 namespace {
 
 const std::string kHead = "HEADER--HEADER--HEAD";
+
+// As the program starts, before any test has run.
+const int kFirstFd = rcmd::nvram_backup_fd;
+const char* const kFirstMmap = rcmd::nvram_backup_mmap;
+const int kFirstSize = rcmd::nvram_backup_size;
 
 class BackupNvram : public fake::Fixture {
 protected:
@@ -38,6 +44,12 @@ using BackupNvramInit = BackupNvram;
 
 TEST_F(BackupNvramInit, ThePathIsWhereTheToolsPutTheImage) {
   EXPECT_STREQ(rcmd::nvram_backup_path, "/tmp/nvram.backup");
+}
+
+TEST_F(BackupNvramInit, BeforeTheFirstThereIsNoImage) {
+  EXPECT_EQ(kFirstFd, -1);
+  EXPECT_EQ(kFirstMmap, nullptr);
+  EXPECT_EQ(kFirstSize, 0);
 }
 
 TEST_F(BackupNvramInit, TheToolReadsThePartitionAndTheFileIsMapped) {
@@ -75,6 +87,20 @@ TEST_F(BackupNvramInit, AFileThatCannotBeMappedFailsAndIsClosed) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
+TEST_F(BackupNvramInit, AFileWhoseSizeIsNoIntFails) {
+  world().write_file("/tmp/nvram.backup", kHead + "a=1\0"s);
+  const std::size_t before = open_descriptors();
+  std::filesystem::resize_file(world().path("/tmp/nvram.backup"), (1ULL << 32) + 24); // sparse
+  EXPECT_EQ(rcmd::backup_nvram_init(), -1);
+  EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(BackupNvramInit, ToolsThatRunMeanwhileDoNotInheritTheImage) {
+  world().write_file("/tmp/nvram.backup", kHead);
+  ASSERT_EQ(rcmd::backup_nvram_init(), 0);
+  EXPECT_EQ(fcntl(rcmd::nvram_backup_fd, F_GETFD), FD_CLOEXEC);
+}
+
 TEST_F(BackupNvramInit, AFolderInTheFilesPlaceFails) {
   std::filesystem::create_directory(world().path("/tmp/nvram.backup"));
   EXPECT_EQ(rcmd::backup_nvram_init(), -1);
@@ -104,13 +130,15 @@ TEST_F(BackupNvramFini, ASecondOneTouchesNothingOfOthers) {
   void* const others = mmap(rcmd::nvram_backup_mmap, 4096, PROT_READ | PROT_WRITE,
                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
   ASSERT_EQ(others, rcmd::nvram_backup_mmap);
+  const std::string image = kHead + "a=1\0"s;
+  std::memcpy(others, image.data(), image.size());
   const int others_fd = open("/dev/null", O_RDONLY);
   ASSERT_EQ(others_fd, rcmd::nvram_backup_fd);
   rcmd::backup_nvram_fini();
   rcmd::backup_nvram_set("a", "2");
   unsigned char resident = 0;
   EXPECT_EQ(mincore(others, 4096, &resident), 0);
-  EXPECT_EQ(*static_cast<char*>(others), '\0');
+  EXPECT_EQ(std::string(static_cast<char*>(others), image.size()), image);
   EXPECT_EQ(fcntl(others_fd, F_GETFD) & ~FD_CLOEXEC, 0);
   close(others_fd);
   munmap(others, 4096);
@@ -128,6 +156,21 @@ TEST_F(BackupNvramFini, AFailedInitAfterAGoodOneUnmapsNothing) {
   unsigned char resident = 0;
   EXPECT_EQ(mincore(others, 4096, &resident), 0);
   munmap(others, 4096);
+}
+
+TEST_F(BackupNvramFini, ADescriptorOf0IsLeftOpen) {
+  world().write_file("/tmp/nvram.backup", kHead + "a=1\0"s);
+  const int saved = dup(0);
+  close(0);
+  EXPECT_EQ(rcmd::backup_nvram_init(), 0);
+  EXPECT_EQ(rcmd::nvram_backup_fd, 0);
+  rcmd::backup_nvram_fini();
+  EXPECT_GE(fcntl(0, F_GETFD), 0);
+  close(0);
+  if (saved >= 0) {
+    dup2(saved, 0);
+    close(saved);
+  }
 }
 
 TEST_F(BackupNvramFini, BeforeTheFirstInitDoesNothing) {

@@ -67,6 +67,12 @@ TEST_F(DeskmgrOpening, Mode2IsAStreamSocketThatListensWithABacklogOf5) {
                                           "listen 5", "register 1000"));
 }
 
+TEST_F(DeskmgrOpening, Descriptor0IsASocketLikeAnyOther) {
+  world().next_fd = 0;
+  EXPECT_EQ(rcmd::deskmgr_open(2), 0);
+  EXPECT_TRUE(world().watched(0));
+}
+
 TEST_F(DeskmgrOpening, AnyOtherModeIsUnknown) {
   EXPECT_EQ(rcmd::deskmgr_open(3), -1);
   EXPECT_EQ(rcmd::deskmgr_open(0), -1);
@@ -126,11 +132,24 @@ TEST_F(DeskmgrAccepting, AConnectionIsAnnouncedAndWatched) {
                                           "console recevie connect request ! \n", "register 1001"));
 }
 
+TEST_F(DeskmgrAccepting, Descriptor0IsAConnectionLikeAnyOther) {
+  const int server = rcmd::deskmgr_open(2);
+  world().next_fd = 0;
+  world().connections = {world().make_socket()};
+  EXPECT_EQ(world().call_handler(server), 0);
+  EXPECT_TRUE(world().watched(0));
+}
+
 TEST_F(DeskmgrAccepting, AFailedAcceptDoesNothingElse) {
   const int server = rcmd::deskmgr_open(2);
+  world().connections = {world().make_socket()};
   world().events.clear();
+  world().net_call_fails = [](const std::string& call) {
+    world().note(call);
+    return true;
+  };
   EXPECT_EQ(world().call_handler(server), -1);
-  EXPECT_THAT(world().events, ElementsAre("console call deskmgr_handler ... \n"));
+  EXPECT_THAT(world().events, ElementsAre("console call deskmgr_handler ... \n", "accept"));
 }
 
 TEST_F(DeskmgrAccepting, InDatagramModeTheDatagramStaysUnread) {
@@ -172,11 +191,14 @@ using DeskmgrReading = Deskmgr;
 
 TEST_F(DeskmgrReading, AFailedReadClosesAndThenUnregisters) {
   const int fd = connection();
-  world().net_call_fails = [](const std::string& call) { return call == "recv"; };
+  world().net_call_fails = [](const std::string& call) {
+    world().note(call);
+    return true;
+  };
   EXPECT_EQ(world().call_handler(fd), 0);
   EXPECT_THAT(world().events,
-              ElementsAre("console call deskmgrp_rw_handler ... \n", "console read fail .... \n",
-                          "close 1001", "unregister 1001"));
+              ElementsAre("console call deskmgrp_rw_handler ... \n", "recv",
+                          "console read fail .... \n", "close 1001", "unregister 1001"));
 }
 
 TEST_F(DeskmgrReading, ThePeersEndClosesAndThenUnregisters) {
@@ -185,6 +207,14 @@ TEST_F(DeskmgrReading, ThePeersEndClosesAndThenUnregisters) {
   EXPECT_THAT(world().events,
               ElementsAre("console call deskmgrp_rw_handler ... \n", "console read fail .... \n",
                           "close 1001", "unregister 1001"));
+}
+
+TEST_F(DeskmgrReading, OneByteIsTooShortAndNoFailedRead) {
+  const int fd = connection();
+  EXPECT_EQ(read(fd, {0x0A}), 0);
+  EXPECT_THAT(world().events,
+              ElementsAre("console call deskmgrp_rw_handler ... \n", "console len = 1 \n",
+                          "console too short packet .. \n", "close 1001", "unregister 1001"));
 }
 
 TEST_F(DeskmgrReading, ElevenBytesAreTooShort) {
@@ -265,6 +295,21 @@ TEST_F(DeskmgrReading, ABrokenConsoleStillClosesAndUnregisters) {
   EXPECT_THAT(world().events, ElementsAre("close 1001", "unregister 1001"));
 }
 
+TEST_F(DeskmgrReading, ABrokenConsoleStillServes) {
+  const int server = rcmd::deskmgr_open(2);
+  const int fd = world().make_socket();
+  world().connections = {fd};
+  world().console_broken = true;
+  EXPECT_EQ(world().call_handler(server), 0);
+  world().events.clear();
+  for (const char* code : {"0001", "0002", "0003"}) {
+    read(fd, request(code));
+  }
+  EXPECT_THAT(world().events, ElementsAre("nvram_set wan0_action=start", "send 16 to 0.0.0.0:0",
+                                          "nvram_set wan0_action=stop", "send 16 to 0.0.0.0:0",
+                                          "send 16 to 0.0.0.0:0"));
+}
+
 TEST_F(DeskmgrReading, TheConnectionStaysForFurtherRequests) {
   const int fd = connection();
   for (int i = 0; i < 3; i++) {
@@ -310,13 +355,14 @@ using DeskmgrConnect = Deskmgr;
 TEST_F(DeskmgrConnect, AllowedValuesStartTheWwan) {
   const int fd = connection();
   world().nvram = {{"wan0_enable", "1"}, {"wan0_wwan_mode", "3"}};
+  world().on_nvram_get = [](const std::string& name) { world().note("nvram_get " + name); };
   EXPECT_EQ(read(fd, request("0001")), 0);
   EXPECT_THAT(world().events,
               ElementsAre("console call deskmgrp_rw_handler ... \n", "console len = 12 \n",
                           "console msg_hdr->type = 01 (1) \n",
-                          "console receive a wwan_connect request ! \n",
-                          "nvram_set wan0_action=start", "send 16 to 0.0.0.0:0",
-                          "console send response packet ! \n"));
+                          "console receive a wwan_connect request ! \n", "nvram_get wan0_enable",
+                          "nvram_get wan0_wwan_mode", "nvram_set wan0_action=start",
+                          "send 16 to 0.0.0.0:0", "console send response packet ! \n"));
   EXPECT_EQ(last_answer(), kAnswerToConnect + "00000000");
   EXPECT_TRUE(world().committed.empty());
 }
@@ -336,6 +382,18 @@ TEST_F(DeskmgrConnect, ADisabledWanRefuses) {
     EXPECT_EQ(last_answer(), kAnswerToConnect + "00000001") << value;
     EXPECT_FALSE(world().nvram.contains("wan0_action"));
   }
+}
+
+TEST_F(DeskmgrConnect, ARefusalIsAnsweredAndToldLikeAConsent) {
+  const int fd = connection();
+  world().nvram = {{"wan0_enable", "0"}};
+  EXPECT_EQ(read(fd, request("0001")), 0);
+  EXPECT_THAT(world().events,
+              ElementsAre("console call deskmgrp_rw_handler ... \n", "console len = 12 \n",
+                          "console msg_hdr->type = 01 (1) \n",
+                          "console receive a wwan_connect request ! \n", "send 16 to 0.0.0.0:0",
+                          "console send response packet ! \n"));
+  EXPECT_EQ(world().sent[0].fd, fd);
 }
 
 TEST_F(DeskmgrConnect, AnotherWwanModeRefuses) {
@@ -399,11 +457,13 @@ using DeskmgrStatus = Deskmgr;
 TEST_F(DeskmgrStatus, DownIs1) {
   const int fd = connection();
   world().nvram = {{"wan0_status", "down"}};
+  world().on_nvram_get = [](const std::string& name) { world().note("nvram_get " + name); };
   EXPECT_EQ(read(fd, request("0003")), 0);
   EXPECT_THAT(world().events,
               ElementsAre("console call deskmgrp_rw_handler ... \n", "console len = 12 \n",
                           "console msg_hdr->type = 01 (1) \n",
-                          "console receive a status request ! \n", "send 16 to 0.0.0.0:0"));
+                          "console receive a status request ! \n", "nvram_get wan0_status",
+                          "send 16 to 0.0.0.0:0"));
   EXPECT_EQ(last_answer(), kAnswerToStatus + "00000001");
 }
 

@@ -291,6 +291,13 @@ TEST_F(Opening, AllSixTimersGetTheContext) {
   }
 }
 
+TEST_F(Opening, DescriptorZeroIsASocketLikeAnyOther) {
+  world().next_fd = 0;
+  EXPECT_EQ(rcm_open(&context), 0);
+  EXPECT_EQ(world().diagnostics().find("fail"), std::string::npos);
+  EXPECT_FALSE(world().sent.empty());
+}
+
 TEST_F(Opening, AFailingStepIsReportedAndLeavesTheSocketOpen) {
   world().socket_fails_at = 0;
   EXPECT_EQ(rcm_open(&context), -1);

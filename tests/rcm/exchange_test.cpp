@@ -152,6 +152,14 @@ TEST_F(Exchanges, AReceiveErrorCountsLikeAShortDatagram) {
   EXPECT_EQ(world().diagnostics(), "");
 }
 
+TEST_F(Exchanges, AnAnswerMayFillTheReceiveBuffer) {
+  const Bytes largest = server_packet(2, 1, 7, Bytes(8156, 0x5A));
+  ASSERT_EQ(largest.size(), 8192U);
+  answer_send(1, largest);
+  EXPECT_EQ(exchange(context, bytes, kLogExchange), Answer::kMatched);
+  EXPECT_EQ(context.rx_buf[8191], 0x5A);
+}
+
 TEST_F(Exchanges, AnEmptyDatagramIsSkipped) {
   world().deliver(1161, {});
   answer_send(1, server_packet(2, 1, 7), 3000);
@@ -268,6 +276,14 @@ TEST_F(Exchanges, AnotherWaitMayMatchOtherwise) {
   EXPECT_EQ(await_packet(
                 context, [](const RcmContext&, void*) { return false; }, nullptr),
             Answer::kTimeout);
+}
+
+TEST_F(Exchanges, AFailureIsNoTimeoutToSpeakOf) {
+  world().waitfor_result = [](int, int) { return -1; };
+  EXPECT_EQ(exchange(context, bytes, kReportExchange, {nullptr, "time"}), Answer::kWaitError);
+  world().send_fails = [](const fake::Datagram&) { return true; };
+  EXPECT_EQ(exchange(context, bytes, kReportExchange, {nullptr, "time"}), Answer::kSendFailed);
+  EXPECT_EQ(world().diagnostics(), "");
 }
 
 } // namespace

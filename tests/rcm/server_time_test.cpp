@@ -173,6 +173,17 @@ TEST_F(ServerTime, NegativeParametersGiveWayToTheDefaultsAndZeroStays) {
   EXPECT_EQ(context.keepalive_maxretries, 0);
 }
 
+TEST_F(ServerTime, ANegativeParameterGivesWayAlone) {
+  answer_with("keepalive_interval=-1 keepalive_maxretries=5");
+  EXPECT_EQ(do_request_keeplive(&context), 0);
+  EXPECT_EQ(context.keepalive_interval, 120);
+  EXPECT_EQ(context.keepalive_maxretries, 5);
+  answer_with("keepalive_interval=30 keepalive_maxretries=-1");
+  EXPECT_EQ(do_request_keeplive(&context), 0);
+  EXPECT_EQ(context.keepalive_interval, 30);
+  EXPECT_EQ(context.keepalive_maxretries, 10);
+}
+
 TEST_F(ServerTime, AMissingParameterKeepsItsValue) {
   context.keepalive_interval = 77;
   context.keepalive_maxretries = 8;

@@ -5,6 +5,8 @@
 #include "tests/fake_platform/context.h"
 #include "tests/reporters/ring.h"
 
+#include <cstdlib>
+#include <ctime>
 #include <memory>
 
 namespace fake {
@@ -17,6 +19,8 @@ protected:
     world().events.clear();
     context.server_time = 1'000'000'000;
     context.server_time_uptime = 100;
+    setenv("TZ", "EST5", 1); // times are UTC, wherever the device lives
+    tzset();
   }
   ~LogFixture() override {
     world().real_ipc_key = 0;

@@ -214,16 +214,20 @@ TEST_F(LogSender, ARunningTimerIsCancelledBeforeItIsArmedAgain) {
 }
 
 TEST_F(LogSender, AFullPacketIsAsLongAsTheBufferAndNoLonger) {
-  // 21 characters of date: six lines of 1024 and one of 8156 - 6144 = 2012 would fill the packet,
-  // were lines that long; so seven go, and the next one waits.
-  for (int i = 0; i < 8; i++) {
-    ring->put("0 0 d 00:00:01 h s " + std::string(1003, 'x') + "\n");
-  }
+  // Seven lines of 1025 characters leave 981 of the 8156: 22 for the date and the newline, and 959.
   answer_everything();
-  rcm_logsender_func(&context);
-  ASSERT_EQ(world().sent.size(), 1U);
-  EXPECT_EQ(world().sent[0].bytes.size(), 36U + 7 * 1025);
-  EXPECT_EQ(fake::length_of(world().sent[0].bytes), 7 * 1025);
+  for (const std::size_t last : {959U, 960U}) {
+    world().sent.clear();
+    use_ring(65536);
+    for (int i = 0; i < 7; i++) {
+      ring->put("0 0 d 00:00:01 h s " + std::string(1003, 'x') + "\n");
+    }
+    ring->put("0 0 d 00:00:01 h s " + std::string(last, 'x') + "\n");
+    rcm_logsender_func(&context);
+    ASSERT_EQ(world().sent.size(), 1U);
+    EXPECT_EQ(world().sent[0].bytes.size(), last == 959 ? 8192U : 36U + 7 * 1025);
+    EXPECT_EQ(fake::length_of(world().sent[0].bytes), world().sent[0].bytes.size() - 36);
+  }
 }
 
 TEST_F(LogSender, AMissingRingEndsTheDaemon) {

@@ -1,6 +1,7 @@
 #include "reporters/system_log.h"
 
 #include "core/say.h"
+#include "reporters/syslog_ring.h"
 #include "tests/reporters/log_fixture.h"
 
 #include <sys/sem.h>
@@ -197,15 +198,22 @@ TEST_F(SystemLog, ALineOfAnotherMarkIsDropped) {
 }
 
 TEST_F(SystemLog, TheCharacterBehindTheMarkIsSkippedUnread) {
-  ring->put("0x0 d 00:00:01 h s a\n");
+  ring->put("0x1 d 00:00:01 h s a\n");
+  ring->put("051 d 00:00:02 h s b\n");
   read_log();
-  EXPECT_EQ(output, "2001-09-09 01:45:01s a\n");
+  EXPECT_EQ(output, "2001-09-10 01:45:01s a\n2001-09-10 01:45:02s b\n");
 }
 
 TEST_F(SystemLog, FurtherWhiteSpaceBeforeATokenAndBeforeTheMessageIsSkipped) {
   ring->put("0   2 \t d   00:01:00   h \t s  \t message  kept \n");
   read_log();
   EXPECT_EQ(output, "2001-09-11 01:46:00s message  kept \n");
+}
+
+TEST_F(SystemLog, OnlyABlankEndsAToken) {
+  ring->put("0 0 d 00:00:01 h\tx s\ty message\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:01s message\n");
 }
 
 TEST_F(SystemLog, NothingBehindTokenFiveIsAnEmptyMessage) {
@@ -272,6 +280,14 @@ TEST_F(SystemLog, TheTimeOfDayIsReadFromItsOwnTokenAlone) {
   EXPECT_EQ(read_log(), -1);
 }
 
+TEST_F(SystemLog, ANumberOfTheTimeOfDayHasTwoDigitsAtTheMost) {
+  ring->put("0 0 d 0:1:019 h s m\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:46:01s m\n");
+  ring->put("0 0 d 001:00:00 h s m\n");
+  EXPECT_EQ(read_log(), -1);
+}
+
 TEST_F(SystemLog, AnUnreadableLineWhoseSourceIsOffIsDropped) {
   world().nvram["rcm_log_modem"] = "0";
   ring->put("0 modem[\n");
@@ -319,7 +335,17 @@ TEST_F(SystemLog, AMarkerCountsAnywhereInTheLine) {
   world().nvram["rcm_log_modem"] = "0";
   EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 modem[ s x\n"), 0);
   EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 h s my-modem[2]\n"), 0);
-  EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 h s modem 2\n"), 1);
+}
+
+TEST_F(SystemLog, AMarkerCountsAsAWholeAlone) {
+  for (const char* key : {"rcm_log_pppd", "rcm_log_modem", "rcm_log_pluto", "rcm_log_udhcpd",
+                          "rcm_log_syslogd", "rcm_log_dnsmasq"}) {
+    world().nvram[key] = "0";
+  }
+  for (const char* text : {"pppd 2", "ppp[2]", "modem: x", "pluto: x", "udhcpd[3]", "MARK --",
+                           "-- MARK", "-- mark --", "dnsmasq: x", "PPPD[2]"}) {
+    EXPECT_EQ(rcm_log_filter(text), 1) << text;
+  }
 }
 
 // Room -------------------------------------------------------------------------------------------
@@ -439,10 +465,11 @@ TEST_F(SystemLog, HeadersThatCannotBeYieldNoLines) {
     std::int32_t size, head, tail;
   };
   constexpr std::int32_t kMax = 2'147'483'647;
-  for (const Case& c : {Case{0, 0, 22}, Case{-1, 0, 22}, Case{INT32_MIN, 0, 22}, Case{101, 0, 22},
-                        Case{kMax, 0, 22}, Case{100, -1, 22}, Case{100, 100, 22},
-                        Case{100, kMax, 22}, Case{100, 0, 100}, Case{100, 0, -22},
-                        Case{100, 0, INT32_MIN}, Case{100, 0, kMax}, Case{10, 0, 22}}) {
+  for (const Case& c :
+       {Case{0, 0, 22}, Case{-1, 0, 22}, Case{INT32_MIN, 0, 22}, Case{101, 0, 22},
+        Case{kMax, 0, 22}, Case{100, -1, 22}, Case{100, 100, 22}, Case{100, kMax, 22},
+        Case{100, 0, 100}, Case{100, 0, -22}, Case{100, 0, INT32_MIN}, Case{100, 0, kMax},
+        Case{10, 0, 22}, Case{100, 0, -1}, Case{100, 100, 100}, Case{0, 0, 0}}) {
     use_ring(100);
     ring->put("0 0 d 00:00:01 h s ab\n");
     ring->set(0, c.size);
@@ -450,6 +477,9 @@ TEST_F(SystemLog, HeadersThatCannotBeYieldNoLines) {
     ring->set(8, c.tail);
     EXPECT_EQ(read_log(), 0) << c.size << " " << c.head << " " << c.tail;
     EXPECT_EQ(ring->data()[0], '0');
+    const RingWalk walk = walk_ring(ring->segment(), ring->segment_bytes());
+    EXPECT_EQ(walk.data, nullptr);
+    EXPECT_FALSE(ring_is_sound(walk));
   }
   EXPECT_EQ(world().readers, 0);
 }

@@ -22,6 +22,8 @@ protected:
     context.seq = 9;
     context.retransmit_count = 3;
     context.miss_count = 2;
+    setenv("TZ", "EST5", 1); // times are UTC, wherever the device lives
+    tzset();
   }
 
   // A report begins the next hour, sent or not.
@@ -173,9 +175,10 @@ TEST_F(Traffic, NoSlotNoText) {
 
 TEST_F(Traffic, ATextThatDoesNotFitIsCutBetweenRecords) {
   sample("1", "1");
-  sample("2", "2");
-  char place[30] = {};
-  EXPECT_EQ(get_traffic_info(place, 24), 20U);
+  sample("100", "100");
+  sample("101", "101");
+  char place[50] = {};
+  EXPECT_EQ(get_traffic_info(place, 42), 20U) << "no record overtakes another";
   EXPECT_EQ(std::string(place), "20010909014640,1,1\r\n");
 }
 

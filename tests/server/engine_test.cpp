@@ -71,28 +71,35 @@ INSTANTIATE_TEST_SUITE_P(
                  "6570616c6976655f6d6178726574726965733d3130"},
         Exchange{"Keepalive",
                  "53455353494f4e31 00010002 534e30313233343536373839 00000005 0007 0000 ffff 0000",
-                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0007 0001 ffff 0000"},
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0007 0001 6784 000e"
+                 "3230303130393039303134363430"},
         Exchange{"Configuration",
                  "53455353494f4e31 00010002 534e30313233343536373839 00000005 0003 0000 2258 0018"
                  "00010000776c5f737369643d613d6200776c5f6b65793d00",
-                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0003 0001 ffff 0000"},
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0003 0001 fcdb 003d"
+                 "32303031303930393031343634303b6b656570616c6976655f696e74657276616c3d3132303b6b65"
+                 "6570616c6976655f6d6178726574726965733d3130"},
         Exchange{"Status",
                  "53455353494f4e31 00010002 534e30313233343536373839 00000005 0004 0000 39c7 0019"
                  "0002000077616e5f6970616464723d31302e36342e302e3700",
-                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0004 0001 ffff 0000"},
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0004 0001 fcdb 003d"
+                 "32303031303930393031343634303b6b656570616c6976655f696e74657276616c3d3132303b6b65"
+                 "6570616c6976655f6d6178726574726965733d3130"},
         Exchange{"Log",
                  "53455353494f4e31 00010002 534e30313233343536373839 00000005 0002 0000 9fa8 0021"
                  "323030312d30392d31302030333a34383a30347320707070645b375d3a2075700a",
-                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0002 0001 ffff 0000"},
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0002 0001 6784 000e"
+                 "3230303130393039303134363430"},
         Exchange{"Traffic",
                  "53455353494f4e31 00010002 534e30313233343536373839 00000005 0040 0000 6524 0024"
                  "000028000001589232303031313030393033343830302c31303234302c38383231300d0a",
-                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0040 0001 ffff 0000"},
-        Exchange{
-            "Position",
-            "53455353494f4e31 00010002 534e30313233343536373839 00000005 0009 0004 4072 0012"
-            "6c61743d34302e373132383b6c6f6e673d00",
-            "53455353494f4e31 00010002 534e30313233343536373839 00000005 0009 0001 ffff 0000"}),
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0040 0001 6784 000e"
+                 "3230303130393039303134363430"},
+        Exchange{"Position",
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0009 0004 4072 0012"
+                 "6c61743d34302e373132383b6c6f6e673d00",
+                 "53455353494f4e31 00010002 534e30313233343536373839 00000005 0009 0001 6784 000e"
+                 "3230303130393039303134363430"}),
     [](const auto& exchange) { return std::string(exchange.param.name); });
 
 TEST_F(Engines, AnswersGoToTheSourceOfTheQuestion) {
@@ -208,6 +215,33 @@ TEST_F(Engines, ARestartShowsInTheSequenceOrInTheUptime) {
   advance(60000);
   hear(kRegister, 0, 1, registration(3, "1.0"));
   EXPECT_TRUE(last_event<Registered>()->restarted);
+}
+
+TEST_F(Engines, ARegistrationThatWasSentAgainThroughAnOutageIsNoRestart) {
+  enrol(0, 100);
+  hear(kKeepalive, 0, 7);
+  advance(600000); // its uptime tells of the moment when it was made, 8 minutes ago
+  hear(kRegister, 0, 7, registration(220, "1.0"));
+  EXPECT_FALSE(last_event<Registered>()->restarted);
+}
+
+TEST_F(Engines, ADeviceThatIsUpForLongerThanItIsRegisteredHasNotRestarted) {
+  enrol(0, 100);
+  advance(60000);
+  hear(kRegister, 0, 0, registration(130, "1.0"));
+  EXPECT_FALSE(last_event<Registered>()->restarted);
+}
+
+TEST_F(Engines, ALateCopyOfARegistrationIsNoNewOne) {
+  enrol(0, 20);
+  hear(kServerTime, 0, 0);
+  hear(kKeepalive, 0, 1);
+  advance(15000);
+  events.clear();
+  hear(kRegister, 0, 0, registration(20, "1.0"));
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].bytes[7], '1'); // the session that the device has
+  EXPECT_TRUE(events.empty());
 }
 
 TEST_F(Engines, ACopyThatTheNetworkMadeIsNotAnsweredASecondTime) {

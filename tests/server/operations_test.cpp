@@ -56,7 +56,7 @@ TEST_F(Orders, PlainCommandsAreByteForByte) {
   EXPECT_EQ(answer(), joined("53455353494f4e31 00010002 534e30313233343536373839 80000002 "
                              "0102 0000 ffff 0000"));
   acknowledge();
-  advance(1000);
+  advance(11000);
   enrol();
   submit(make_plain(OperationKind::kRestoreDefaults));
   EXPECT_EQ(answer(), joined("53455353494f4e31 00010002 534e30313233343536373839 80000003 "
@@ -84,10 +84,26 @@ TEST_F(Orders, AnUnansweredCommandIsSentAgainAndThenCountsAsRefused) {
       times.push_back(now.steady_ms);
     }
   }
-  EXPECT_THAT(times, testing::ElementsAre(2000, 4000, 8000, 12000, 20000, 28000, 36000));
-  EXPECT_EQ(now.steady_ms, 44000);
+  EXPECT_THAT(times,
+              testing::ElementsAre(2000, 8000, 14000, 20000, 26000, 32000, 38000, 44000, 50000));
+  EXPECT_EQ(now.steady_ms, 56000);
   EXPECT_EQ(operation(set.id).state, OperationState::kRefused);
-  EXPECT_EQ(operation(set.id).detail, "no acknowledgement to 8 sends");
+  EXPECT_EQ(operation(set.id).detail, "no acknowledgement to 10 sends");
+}
+
+TEST_F(Orders, ACommandGoesOutAgainWhenTheDeviceHasBeenAnswered) {
+  const Operation set = submit(make_set(0, {{"a", "1"}}));
+  const Bytes first = sent[0].bytes;
+  hear(kStatus, 0, 1, Bytes(4));
+  ASSERT_EQ(sent.size(), 2U); // the acknowledgement comes first
+  EXPECT_EQ(fake::type_of(sent[0].bytes), kStatus);
+  EXPECT_EQ(sent[1].bytes, first);
+  hear(kConf, 0, 1, Bytes(4));
+  EXPECT_EQ(sent.size(), 1U); // after a configuration packet the device sends the next
+  hear(kServerTime, 0, 1);
+  EXPECT_EQ(sent.size(), 1U);
+  pass(56000);
+  EXPECT_EQ(operation(set.id).state, OperationState::kRefused); // no later for it
 }
 
 TEST_F(Orders, OnlyTheReplyWithItsTypeAndSequenceCounts) {
@@ -129,19 +145,26 @@ TEST_F(Orders, ACommitIsDoneWhenTheDeviceIsBack) {
   const Operation commit = submit(make_plain(OperationKind::kCommit));
   acknowledge();
   EXPECT_EQ(operation(commit.id).state, OperationState::kRestarting);
-  advance(3000);
+  advance(13000);
   hear(kRegister, 0, 0, registration(10, "1.0")); // as it looked before, byte for byte
   EXPECT_EQ(operation(commit.id).state, OperationState::kDone);
   EXPECT_EQ(sent[0].bytes[7], '2');
 }
 
-TEST_F(Orders, ARestartIsProofOfACommitWhoseAcknowledgementWasLost) {
+TEST_F(Orders, ARestartIsNoProofOfACommitWithoutAnAcknowledgement) {
   hear(kKeepalive, 0, 5);
   const Operation commit = submit(make_plain(OperationKind::kCommit));
   advance(1000);
-  hear(kRegister, 0, 0, registration(1, "1.0"));
+  hear(kRegister, 0, 0, registration(1, "1.0")); // a power cut looks like this, too
+  EXPECT_EQ(operation(commit.id).state, OperationState::kSent);
+  advance(1000);
+  sent.clear();
+  engine->tick(now);
+  ASSERT_EQ(sent.size(), 1U); // it is sent again
+  acknowledge();
+  advance(15000);
+  hear(kRegister, 0, 0, registration(2, "1.0"));
   EXPECT_EQ(operation(commit.id).state, OperationState::kDone);
-  EXPECT_FALSE(engine->next_deadline());
 }
 
 TEST_F(Orders, ARegistrationWithoutARestartIsNoProof) {
@@ -333,7 +356,7 @@ TEST_F(Transfers, TheFileRequestIsProofOfALostAcknowledgement) {
 
 TEST_F(Transfers, ARefusedUpgradeThatBeginsAllTheSameGoesOn) {
   const Operation upgrade = order();
-  pass(44000);
+  pass(56000);
   EXPECT_EQ(operation(upgrade.id).state, OperationState::kRefused);
   const Operation set = submit(make_set(0, {{"a", "1"}}));
   hear(file_request(5));
