@@ -130,10 +130,15 @@ TEXT
 
 The router is enrolled. In another terminal:
   export PATH=$bin:\$PATH VIRTUAL_ROUTER_DIR=$router_dir
-  rcmctl devices                              the routers that the server knows
-  rcmctl show $serial                     every setting and status value
-  rcmctl watch                                what happens, as it happens
-  nvram-virtual show                          the same settings, on the device
+  rcmctl devices                            the routers that the server knows
+  rcmctl show $serial                  every setting and status value
+  rcmctl watch                              what happens, as it happens
+  rcmctl set $serial hostname=shop     change a setting ...
+  nvram-virtual get hostname                ... and find it on the device
+  rcmctl commit $serial                keep it: the router restarts and enrols again
+  rcmctl logs $serial --follow         its log; also: traffic, positions
+  rcmctl import $serial FILE           settings from a file; also: upgrade, with an image of mktrx
+  rcm-lan discover --broadcast 127.0.0.1    find it on its own network
 Ctrl-C ends router and server.
 
 TEXT
