@@ -207,6 +207,11 @@ TEST_F(Startup, OptionDTurnsDiagnosticsOn) {
   EXPECT_NE(world().diagnostics(), "");
 }
 
+TEST_F(Startup, OptionDMayComeLast) {
+  EXPECT_EQ(run({"-s", "127.0.0.1", "-m", "x", "-d"}), 0);
+  EXPECT_EQ(rcmd::debug, 1);
+}
+
 TEST_F(Startup, AWrongOptionEndsSilently) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(exit_status({"-x", "-s", "127.0.0.1", "-m", "x"}), 1);

@@ -65,6 +65,14 @@ TEST_F(Packets, TheChecksumCoversThePayloadAlone) {
                                                                      "313233343536373839");
 }
 
+TEST_F(Packets, TheLargestPayloadFillsTheBufferToItsEnd) {
+  begin_packet(context, kLog, kReportFlags);
+  std::memset(tx_payload(context), 0xFF, kMaxPayloadBytes);
+  EXPECT_EQ(finish_packet(context, kMaxPayloadBytes), 8192U);
+  EXPECT_EQ(context.tx_buf[8191], 0xFF);
+  EXPECT_TRUE(guards_stand());
+}
+
 TEST_F(Packets, ADatagramOf35BytesIsNoPacket) {
   const Bytes packet = fake::server_packet(7, 1, 0);
   EXPECT_EQ(check_packet(packet.data(), 35), PacketCheck::kTooShort);

@@ -106,9 +106,11 @@ TEST_F(ServerTime, AShortTextIsNotContinuedByTheLastLongOne) {
 TEST_F(ServerTime, ShortParametersAreNotContinuedByTheLastLongOnes) {
   answer_with("keepalive_interval=99;keepalive_maxretries=9");
   EXPECT_EQ(do_request_keeplive(&context), 0);
+  context.keepalive_maxretries = 4;
   answer_with("keepalive_interval=3");
   EXPECT_EQ(do_request_keeplive(&context), 0);
   EXPECT_EQ(context.keepalive_interval, 3);
+  EXPECT_EQ(context.keepalive_maxretries, 4);
 }
 
 TEST_F(ServerTime, NumbersBeyondTheCalendarRunOnIntoTheNextUnit) {
