@@ -294,7 +294,8 @@ TEST_F(Engines, TwoDevicesAreKeptApart) {
   EXPECT_EQ(engine->devices()[0].serial, "SHORT");
   EXPECT_EQ(engine->devices()[0].firmware, "2.0");
   EXPECT_EQ(engine->devices()[1].firmware, "1.0");
-  hear(kKeepalive, 0, 0, {}, "SHORT");
+  hear(fake::server_packet(kKeepalive, 0, 0, {}, "SESSION2", "SHORT"));
+  ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(to_hex(Bytes(sent[0].bytes.begin(), sent[0].bytes.begin() + 24)),
             joined("53455353494f4e32 a1a2a3a4 53484f525400000000000000"));
 }

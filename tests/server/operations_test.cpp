@@ -198,8 +198,8 @@ protected:
   }
   /// The device's file request, its name behind the counted payload.
   Bytes file_request(std::uint32_t seq, std::uint16_t type = kFirmwareRequest,
-                     const std::string& name = "fw.trx") {
-    Bytes request = fake::server_packet(type, 2, seq, hex("ffff 0200 03040000"));
+                     const std::string& name = "fw.trx", const std::string& session = "SESSION1") {
+    Bytes request = fake::server_packet(type, 2, seq, hex("ffff 0200 03040000"), session);
     request.insert(request.end(), name.begin(), name.end());
     return request;
   }
@@ -333,7 +333,7 @@ TEST_F(Transfers, ADeviceThatRegistersAmidATransferBeginsAnew) {
   advance(10000);
   hear(kRegister, 0, 7, registration(20, "1.0"));
   EXPECT_EQ(operation(upgrade.id).state, OperationState::kTransferring);
-  hear(file_request(7));
+  hear(file_request(7, kFirmwareRequest, "fw.trx", "SESSION2"));
   EXPECT_EQ(sent.size(), 1U);
   EXPECT_EQ(operation(upgrade.id).asked, 0U);
 }

@@ -127,7 +127,9 @@ void Headquarters::settle() {
 /// What the store must hold once the engine has taken this datagram, whatever the network made it.
 void Headquarters::note_variables(const server::Bytes& bytes) {
   const auto packet = server::parse_packet({}, bytes);
-  if (!packet || packet->serial != kSerial || engine_->device(kSerial) == nullptr ||
+  const server::Device* device = engine_->device(kSerial);
+  if (!packet || packet->serial != kSerial || device == nullptr ||
+      !std::equal(device->session.begin(), device->session.end(), bytes.begin()) ||
       packet->flags != server::kReport ||
       (packet->type != server::kConf && packet->type != server::kStatus)) {
     return;
