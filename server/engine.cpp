@@ -173,14 +173,17 @@ void Engine::datagram(const Address& from, View bytes, Clock now) {
     counters_.unknown++;
     return;
   }
-  peer->device.last_seen = now.unix_s;
-  if (std::equal(peer->device.session.begin(), peer->device.session.end(), bytes.begin())) {
-    peer->device.address = from; // a guessed serial number alone does not divert the commands
-  }
-  if (packet->flags == kReply) {
+  if (packet->flags == kReply) { // carries the session that its request had
+    peer->device.last_seen = now.unix_s;
     operations_.reply(*peer, *packet, now);
     return;
   }
+  if (!std::equal(peer->device.session.begin(), peer->device.session.end(), bytes.begin())) {
+    counters_.unknown++;
+    return;
+  }
+  peer->device.last_seen = now.unix_s;
+  peer->device.address = from;
   if (is_network_copy(*peer, *packet, now)) {
     return;
   }

@@ -1,9 +1,10 @@
 // The server's side of the protocol: datagrams and the clock in, datagrams and events out. Knows no
 // sockets and no files; runs in one thread.
 //
-// A device is known by the serial number in its header. Datagrams of a device that never
-// registered here are not answered, whatever they are: its keepalives then die and it registers.
-// An answer carries the device's session, for the device adopts the session of most answers.
+// A device is known by the serial number in its header and by the session that its registration
+// got. Datagrams of a device that never registered here, or that holds another session, are not
+// answered, whatever they are: its keepalives then die and it registers. An answer carries the
+// device's session, for the device adopts the session of most answers.
 //
 // The device matches an answer by `seq` alone, and asks several questions under the same one, so a
 // late copy of one answer may be taken for the next. Therefore:
@@ -24,7 +25,7 @@ namespace server {
 struct Counters {
   std::uint64_t received = 0;
   std::uint64_t malformed = 0; ///< too short, wrong checksum or length, no serial number
-  std::uint64_t unknown = 0;   ///< of a device that is not registered here
+  std::uint64_t unknown = 0; ///< of a device that is not registered here, or holds another session
   std::uint64_t copies = 0;
   std::uint64_t ignored = 0; ///< well formed, but nothing that a device sends
 };

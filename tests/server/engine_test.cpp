@@ -185,6 +185,19 @@ TEST_F(Engines, ADeviceThatNeverRegisteredIsNotAnswered) {
   EXPECT_EQ(engine->counters().unknown, 7U);
 }
 
+TEST_F(Engines, ADeviceThatHoldsAnotherSessionIsNotAnsweredUntilItRegisters) {
+  enrol();
+  advance(60000);
+  hear(fake::server_packet(kKeepalive, 0, 1, {}, "ALTERED!"));
+  hear(fake::server_packet(kConf, 0, 1, bytes_of(std::string("\0\0\0\0a=1\0", 8)), "ALTERED!"));
+  EXPECT_TRUE(sent.empty());
+  EXPECT_TRUE(events.empty());
+  EXPECT_EQ(engine->counters().unknown, 2U);
+  EXPECT_EQ(engine->device("SN0123456789")->last_seen, kStart_s);
+  hear(kRegister, 0, 1, registration(70, "1.0"));
+  EXPECT_EQ(sent.size(), 1U);
+}
+
 TEST_F(Engines, ARegistrationThatWasSentAgainKeepsItsSession) {
   enrol();
   advance(5000);

@@ -283,8 +283,8 @@ void Simulation::check_registered() {
 void Simulation::end_good_weather() {
   const server::OperationState state = headquarters_.operation(status_order_).state;
   if (status_order_ == 0 || state != server::OperationState::kDone) {
-    // Open: about one world in a hundred comes here; docs/reliability.md names the seeds.
-    chronicle_.count("open: in good weather an order was not carried out");
+    chronicle_.violated("in good weather the device does not carry out an order: %s",
+                        server::to_text(state));
   }
   headquarters_.compare_store();
   router_.flash().check();
