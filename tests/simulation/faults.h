@@ -12,6 +12,8 @@ struct Faults {
   int least_delay_ms = 20;
   int most_delay_ms = 300;
 
+  double redials = 0; ///< percent of the scenery's ticks: the WAN link gets another address
+
   // The device's calls; percent.
   double send_fails = 0;
   double wait_fails = 0;

@@ -63,8 +63,8 @@ const char* resolve(const std::string& text, in_addr* address, bool fails) {
 
 Router::Router(std::uint64_t seed, const Faults& faults, Chronicle& chronicle)
     : random_(seed, 4), faults_(faults), chronicle_(chronicle), ledger_(faults, chronicle),
-      scenery_(seed, ledger_, chronicle), reports_(scenery_, ledger_, chronicle), flash_(chronicle),
-      debug_(random_.percent(10)), plain_keys_(plain_keys()) {
+      scenery_(seed, faults, ledger_, chronicle), reports_(scenery_, ledger_, chronicle),
+      flash_(chronicle), debug_(random_.percent(10)), plain_keys_(plain_keys()) {
   ledger_.deliver_router(scenery_.factory_settings());
   backup_ = "NVBK" + std::string(16, '\7') + "SN=" + value_of(ledger_.live(), "SN");
   backup_ += std::string(1, '\0') + "jqa_reconnect_interval=60";

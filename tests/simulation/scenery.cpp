@@ -33,9 +33,10 @@ std::string mac_text(const std::array<std::uint8_t, 6>& mac, const char* format)
 
 } // namespace
 
-Scenery::Scenery(std::uint64_t seed, Ledger& ledger, Chronicle& chronicle)
-    : random_(seed, 2), ledger_(ledger), chronicle_(chronicle), period_s_(random_.between(20, 90)),
-      lines_percent_(random_.between(5, 80)), ring_(kRingBytes / sizeof(std::uint32_t)) {
+Scenery::Scenery(std::uint64_t seed, const Faults& faults, Ledger& ledger, Chronicle& chronicle)
+    : random_(seed, 2), faults_(faults), ledger_(ledger), chronicle_(chronicle),
+      period_s_(random_.between(20, 90)), lines_percent_(random_.between(5, 80)),
+      ring_(kRingBytes / sizeof(std::uint32_t)) {
   world().ring = ring_.data();
   world().ring_bytes = kRingBytes;
   world().on_ioctl = [this](int, unsigned long request, void* argument) {
@@ -133,7 +134,7 @@ void Scenery::tick() {
   if (++ticks_ % 16 == 0) {
     write_interfaces();
   }
-  if (random_.percent(0.3)) {
+  if (random_.percent(faults_.redials)) {
     change_wan();
     log_line();
   }

@@ -18,7 +18,7 @@ struct LoggedLine {
 
 class Scenery {
 public:
-  Scenery(std::uint64_t seed, Ledger& ledger, Chronicle& chronicle);
+  Scenery(std::uint64_t seed, const Faults& faults, Ledger& ledger, Chronicle& chronicle);
 
   /// The factory's settings, as this world's seed has them.
   [[nodiscard]] Settings factory_settings();
@@ -59,6 +59,7 @@ private:
   int query_wireless(int command, void* buffer) const;
 
   Random random_;
+  const Faults& faults_;
   Ledger& ledger_;
   Chronicle& chronicle_;
   int life_ = 0;

@@ -155,6 +155,7 @@ void Simulation::change_faults() {
   faults_.corrupt = random_.pick(kAlterations);
   faults_.truncate = random_.pick(kAlterations);
   faults_.most_delay_ms = random_.pick(kDelays_ms);
+  faults_.redials = 0.3;
   faults_.send_fails = random_.pick(kFailures);
   faults_.wait_fails = random_.pick(kFailures) / 10;
   faults_.tool_fails = random_.pick(kFailures) * 3;
