@@ -119,9 +119,12 @@ bool WorkingCopy::sound() const {
     return false;
   }
   const Header& header = header_of(*this);
+  if (load(header.magic) != kMagic) { // written behind the other words, so read before them
+    return false;
+  }
   const uint32_t slots = header.slot_count;
-  return header.magic == kMagic && header.version == kVersion && header.file_bytes == bytes &&
-         slots >= kMinSlots && (slots & (slots - 1)) == 0 && slots < bytes / sizeof(uint32_t) &&
+  return header.version == kVersion && header.file_bytes == bytes && slots >= kMinSlots &&
+         (slots & (slots - 1)) == 0 && slots < bytes / sizeof(uint32_t) &&
          data_start(*this) <= load(header.used) && load(header.used) <= bytes - 4 &&
          load(word_at(*this, bytes - 4)) == 0;
 }
