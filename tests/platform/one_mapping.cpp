@@ -54,6 +54,18 @@ UNSEEN void leave() {
   __atomic_store_n(&busy, 0, __ATOMIC_RELEASE);
 }
 
+UNSEEN void acquire(void* address) {
+  if (__tsan_acquire != nullptr) {
+    __tsan_acquire(address);
+  }
+}
+
+UNSEEN void release(void* address) {
+  if (__tsan_release != nullptr) {
+    __tsan_release(address);
+  }
+}
+
 UNSEEN void* map_once(const struct stat& facts, size_t bytes, int rights, int flags, int fd) {
   Mapping* row = nullptr;
   for (Mapping& mapping : mappings) {
@@ -64,6 +76,7 @@ UNSEEN void* map_once(const struct stat& facts, size_t bytes, int rights, int fl
         abort(); // no file of the store ever changes its size
       }
       mapping.users++;
+      acquire(&mapping);
       return mapping.base;
     }
   }
@@ -73,6 +86,7 @@ UNSEEN void* map_once(const struct stat& facts, size_t bytes, int rights, int fl
   void* base = __real_mmap(nullptr, bytes, rights, flags, fd, 0);
   if (base != MAP_FAILED) {
     *row = {facts.st_dev, facts.st_ino, base, bytes, 1};
+    release(row); // the mapping itself counts as a write, which comes before whatever its users do
   }
   return base;
 }
@@ -122,9 +136,7 @@ UNSEEN int __wrap_flock(int fd, int operation) {
   if (result == 0 && operation == LOCK_EX && fd < kDescriptors && fstat(fd, &facts) == 0) {
     const int number = 1 + static_cast<int>(facts.st_ino % (kLocks - 1));
     lock_of[fd] = number;
-    if (__tsan_acquire != nullptr) {
-      __tsan_acquire(&locks[number]);
-    }
+    acquire(&locks[number]);
   }
   return result;
 }
@@ -133,9 +145,7 @@ UNSEEN int __wrap_close(int fd) {
   if (fd >= 0 && fd < kDescriptors && lock_of[fd] != 0) {
     const int number = lock_of[fd];
     lock_of[fd] = 0;
-    if (__tsan_release != nullptr) {
-      __tsan_release(&locks[number]);
-    }
+    release(&locks[number]);
   }
   return __real_close(fd);
 }
