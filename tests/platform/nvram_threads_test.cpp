@@ -70,6 +70,9 @@ protected:
       }
       wrong_ += number_of(store.get("shared")) < 0 ? 1 : 0;
     }
+    for (int writer = 0; writer < kWriters; writer++) { // all that was written is seen at once
+      wrong_ += number_of(store.get(own_key(writer).c_str())) == kChanges ? 0 : 1;
+    }
   }
 
   void walk() {
