@@ -61,8 +61,8 @@ said_by_the_daemon() {
 }
 
 step "the router registers with the server" within 20 registered_more_often_than 0
-step "it asked for the server's time" said_by_the_daemon "request server time .."
-step "it took the keepalive parameters" said_by_the_daemon "interval = 60, maxretries = 3"
+step "it asked for the server's time" within 10 said_by_the_daemon "request server time .."
+step "it took the keepalive parameters" within 10 said_by_the_daemon "interval = 60, maxretries = 3"
 step "all 76 settings that the server holds equal the router's nvram" within 10 configuration_equals_nvram
 step "the status report is complete, leases and stations included" within 10 status_is_complete
 step "keepalives are acknowledged" within 20 said_by_the_daemon "receive keepalive ACK"
