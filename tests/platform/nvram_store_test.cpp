@@ -10,7 +10,9 @@
 #include <csignal>
 #include <map>
 #include <random>
+#include <sched.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <vector>
@@ -458,6 +460,78 @@ TEST_F(Store, AFullDiskAtTheFirstUseMeansNoStore) {
             }),
             0);
   EXPECT_FALSE(std::filesystem::exists(folder() / "run/nvram"));
+}
+
+/// A file system in memory with so much room, at `path`, for the present process alone.
+/// @return false where that is not allowed
+bool mount_small_disk(const std::string& path, int kib) {
+  const std::string options = "size=" + std::to_string(kib) + "k";
+  return (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
+         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", path.c_str(), "tmpfs", 0, options.c_str()) == 0;
+}
+
+/// What a child ends with when it was not allowed to mount.
+constexpr int kNoMount = 77;
+
+/// The flash really is full (ENOSPC), at every place where that can be noticed.
+TEST_F(Store, AFlashWithoutRoomRefusesACommitAndKeepsTheOldImage) {
+  std::filesystem::create_directory(folder() / "flash");
+  for (int kib = 4; kib <= 128; kib += 4) {
+    restart();
+    const int status = in_child([&] {
+      if (!mount_small_disk(folder() / "flash", kib)) {
+        return kNoMount;
+      }
+      NvramStore store;
+      if (store.set("a", "old") != 0 || store.commit() != 0) {
+        return 1;
+      }
+      store.set("a", std::string(30'000, 'n').c_str());
+      const bool committed = store.commit() == 0;
+      restart();
+      NvramStore later;
+      const std::size_t found = get(later, "a").size();
+      const bool leftover = std::filesystem::exists(folder() / "flash/nvram.new");
+      return !leftover && found == (committed ? 30'000U : 3U) && committed == (kib >= 36) ? 0 : 2;
+    });
+    if (status == kNoMount) {
+      GTEST_SKIP() << "no file system may be mounted here";
+    }
+    EXPECT_EQ(status, 0) << kib << " KiB";
+  }
+}
+
+/// A store into a mapping without a page behind it would end the process by a signal.
+TEST_F(Store, AMemoryDiskWithoutRoomRefusesAChangeAndKeepsTheOldValues) {
+  for (int kib = 4; kib <= 400; kib += 12) {
+    const int status = in_child([&] {
+      if (!mount_small_disk(folder() / "run", kib)) {
+        return kNoMount;
+      }
+      NvramStore store;
+      if (store.set("a", "old") != 0) {
+        return kib < 72 ? 0 : 1; // no room for the smallest file
+      }
+      const std::string value(1000, 'x');
+      int keys = 0;
+      while (keys < 1000 && store.set(("key" + std::to_string(keys)).c_str(), value.c_str()) == 0) {
+        keys++;
+      }
+      const bool whole = all(store).size() == static_cast<std::size_t>(keys) + 1;
+      const bool renewed = keys > 64; // more than the first file holds
+      const bool old = get(store, "a") == "old";
+      const bool changed = store.set("a", "new") == 0;
+      return whole && keys < 1000 && old && get(store, "a") == (changed ? "new" : "old") &&
+                     renewed == (kib >= 340)
+                 ? 0
+                 : 2;
+    });
+    if (status == kNoMount) {
+      GTEST_SKIP() << "no file system may be mounted here";
+    }
+    EXPECT_EQ(status, 0) << kib << " KiB";
+  }
 }
 
 // Compaction interrupted ------------------------------------------------------------------------
