@@ -467,7 +467,7 @@ TEST_F(Store, AFullDiskAtTheFirstUseMeansNoStore) {
 bool mount_small_disk(const std::string& path, int kib) {
   const std::string options = "size=" + std::to_string(kib) + "k";
   return (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
-         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
          mount("tmpfs", path.c_str(), "tmpfs", 0, options.c_str()) == 0;
 }
 
