@@ -55,8 +55,9 @@ step "the router's own tool reads each of them" changed_on_device
 before=$(registrations)
 step "a unit in the request chooses the wireless unit" rcmctl set "$serial" wl_ssid=upstairs --unit 1
 step "and only that one" device_value_is wl1_ssid upstairs
+asked=$(date +%s)
 step "on request the router reports its status" rcmctl status "$serial"
-step "and the report reaches the server" within 10 server_heard_status_again "$(date +%s)"
+step "and the report reaches the server" within 10 server_heard_status_again "$asked"
 step "a commit restarts the router" rcmctl commit "$serial"
 step "it enrols again" within 30 registered_more_often_than "$before"
 step "the committed values are there" changed_on_device
