@@ -32,8 +32,9 @@ bool find_tool(const char* name, char* path, size_t path_bytes) {
   return false;
 }
 
+/// As fopen with mode "w" does: what is missing is made, and a plain file loses its old content.
 int open_console() {
-  return open("/dev/console", O_WRONLY | O_NOCTTY | O_CLOEXEC);
+  return open("/dev/console", O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC, 0666);
 }
 
 void kill_child(int pid) {
