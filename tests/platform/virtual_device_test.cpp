@@ -101,6 +101,38 @@ TEST_F(VirtualDevice, AConsoleThatNobodyReadsCannotBeOpenedAndDoesNotBlock) {
   EXPECT_EQ(console_write("x", 1), -1);
 }
 
+TEST_F(VirtualDevice, DiagnosticsGoToStandardErrorAndNowhereElse) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  diagnostic_write("timeout .... \n", 14);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "timeout .... \n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_FALSE(std::filesystem::exists(folder() / "dev/console"));
+}
+
+// Clock and end ---------------------------------------------------------------------------------
+
+TEST_F(VirtualDevice, WithoutABootTimeItBootedWithTheMachine) {
+  double before = 0;
+  double after = 0;
+  std::ifstream("/proc/uptime") >> before;
+  const std::int32_t uptime = system_uptime();
+  std::ifstream("/proc/uptime") >> after;
+  EXPECT_GE(uptime, static_cast<std::int32_t>(before));
+  EXPECT_LE(uptime, static_cast<std::int32_t>(after) + 1); // the query may round up
+}
+
+TEST_F(VirtualDevice, TheProcessEndsWithTheStatusThatIsAskedFor) {
+  const pid_t child = start_child();
+  if (child == 0) {
+    exit_process(1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+}
+
 // Tools -----------------------------------------------------------------------------------------
 
 TEST_F(VirtualDevice, AToolThatIsWaitedForGivesItsExitStatus) {
