@@ -77,8 +77,7 @@ int remove_device_file(const char* path) {
 }
 
 int restart_device(uint32_t code) {
-  sync();
-  return reboot(static_cast<int>(code));
+  return reboot(static_cast<int>(code)); // no sync(): a file system that hangs would hold it up
 }
 
 int signal_init(int signal_number) {
