@@ -45,13 +45,15 @@ enum NetIfColumn {
   kIfCollisions = 25,
 };
 
-/// Builds the list anew. @return 0, or -1 (and an empty list) without a socket or the file
+/// Builds the list anew; when memory is out it ends with what it holds.
+/// @return 0, or -1 (and an empty list) without a socket or the file
 int netif_init();
 
 /// Frees the list. @return 0
 int netif_fina();
 
-/// Writes the attribute of the interface with exactly this name to `out`.
+/// Writes the attribute of the interface with exactly this name to `out`, which needs no alignment;
+/// numbers are in host order.
 /// @return the number of bytes written, or -1 without such an interface or column
 int netif_get(const char* name, int column, void* out);
 

@@ -17,10 +17,11 @@ extern char shared_empty_text[1];
 /// there, and for any other variable
 char* interfaces_info_get(std::int32_t unit, const VariableEntry* row);
 
-/// The percentage of memory in use; the empty text when the figures are not to be had.
+/// The percentage of memory that is neither free nor cached; the empty text when the figures are
+/// not to be had or the total is 0.
 char* memusage_get(std::int32_t unit, const VariableEntry* row);
 
-/// The memory in bytes, or the empty text.
+/// The memory in bytes, at most 2147483647; the empty text when the figures are not to be had.
 char* memtotal_get(std::int32_t unit, const VariableEntry* row);
 
 } // namespace rcmd

@@ -26,7 +26,7 @@ constexpr unsigned short kWriterSemaphore = 1;      ///< not 0 while a line is b
 
 constexpr char kUnreported = '0'; ///< a line's first character; the one behind it means nothing
 constexpr char kReported = '1';
-constexpr std::size_t kMaxLineChars = 1023; ///< a longer line is cut, newline included
+constexpr std::size_t kMaxLineChars = 1023; ///< newline included; a longer line is cut
 
 /// A walk over the records, oldest first. Nothing outside the data area is ever touched, and the
 /// walk ends, whatever the segment holds.

@@ -106,12 +106,18 @@ registered_more_often_than() {
 }
 
 # Registered once more than that, and the whole chain done: the station count is the last that a router
-# reports. While a router registers, what the server asks of it is lost.
+# reports. While a router registers, what the server asks of it is lost. A bad link may cut the report
+# short; the router then reports again when it is asked.
 enrolled_again_after() {
   local since
   registered_more_often_than "$1" || return 1
   since=$(rcmctl --json devices | jq -r --arg serial "$serial" '.[] | select(.serial == $serial) | .registered')
-  [ "$(rcmctl --json get "$serial" wl0_sta_maxunit | jq -r .time)" -ge "$since" ]
+  reported_since "$since" && return
+  [ $(($(date +%s) - since)) -gt 30 ] && rcmctl status "$serial" && within 10 reported_since "$since"
+}
+
+reported_since() {
+  [ "$(rcmctl --json get "$serial" wl0_sta_maxunit | jq -r .time)" -ge "$1" ]
 }
 
 # Ctrl-C ends everything.

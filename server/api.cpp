@@ -9,51 +9,12 @@ namespace server {
 
 namespace {
 
-using Query = std::map<std::string, std::string>;
+constexpr std::int64_t kMostHours = 1000000; // a century and more
 
 struct ApiError {
   int status;
   std::string text;
 };
-
-std::string percent_decoded(std::string_view text) {
-  std::string decoded;
-  for (std::size_t i = 0; i < text.size(); i++) {
-    unsigned byte = 0;
-    if (text[i] == '%' && i + 2 < text.size() &&
-        std::from_chars(&text[i + 1], &text[i + 1] + 2, byte, 16).ptr == &text[i + 1] + 2) {
-      decoded += static_cast<char>(byte);
-      i += 2;
-    } else {
-      decoded += text[i];
-    }
-  }
-  return decoded;
-}
-
-std::vector<std::string> split_path(std::string_view path) {
-  std::vector<std::string> parts;
-  while (!path.empty()) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    if (end != 0) {
-      parts.push_back(percent_decoded(path.substr(0, end)));
-    }
-    path.remove_prefix(std::min(end + 1, path.size()));
-  }
-  return parts;
-}
-
-Query split_query(std::string_view text) {
-  Query query;
-  while (!text.empty()) {
-    const std::string_view pair = text.substr(0, text.find('&'));
-    const std::size_t equals = std::min(pair.find('='), pair.size());
-    query[percent_decoded(pair.substr(0, equals))] =
-        percent_decoded(pair.substr(std::min(equals + 1, pair.size())));
-    text.remove_prefix(std::min(pair.size() + 1, text.size()));
-  }
-  return query;
-}
 
 std::int64_t number_of(const std::string& name, const std::string& text) {
   std::int64_t number = 0;
@@ -126,11 +87,9 @@ Json body_of(const std::string& text) {
 
 ApiReply Api::handle(const ApiRequest& request) {
   try {
-    const std::string_view target = request.target;
-    const std::size_t mark = std::min(target.find('?'), target.size());
-    const auto path = split_path(target.substr(0, mark));
+    const Target target = split_target(request.target);
     if (request.method == "GET") {
-      return get(path, split_query(target.substr(std::min(mark + 1, target.size()))));
+      return get(target.path, target.query);
     }
     if (request.method != "POST") {
       throw ApiError{405, "only GET and POST are served"};
@@ -139,7 +98,7 @@ ApiReply Api::handle(const ApiRequest& request) {
     if (!request.content_type.starts_with("application/json")) {
       throw ApiError{415, "the body's type must be application/json"};
     }
-    return post(path, request.body);
+    return post(target.path, request.body);
   } catch (const ApiError& error) {
     return {error.status, {{"error", error.text}}};
   } catch (const std::invalid_argument& error) {
@@ -202,7 +161,7 @@ Json Api::device_list() {
 
 Json Api::device_part(const Device& device, const std::string& part, const Query& query) {
   const std::string& serial = device.serial;
-  const std::int64_t hours = number_in(query, "hours", 0);
+  const std::int64_t hours = std::min(number_in(query, "hours", 0), kMostHours);
   const std::int64_t since =
       hours > 0 ? clock_().unix_s - hours * 3600 : number_in(query, "since", 0);
   const std::int64_t limit = number_in(query, "limit", 1000);

@@ -7,6 +7,7 @@
 #include "server/image_file.h"
 #include "server/json.h"
 #include "server/store.h"
+#include "server/target.h"
 
 #include <functional>
 #include <string>
@@ -33,13 +34,11 @@ public:
   ApiReply handle(const ApiRequest& request);
 
 private:
-  ApiReply get(const std::vector<std::string>& path,
-               const std::map<std::string, std::string>& query);
+  ApiReply get(const std::vector<std::string>& path, const Query& query);
   ApiReply post(const std::vector<std::string>& path, const std::string& body);
   Json summary();
   Json device_list();
-  Json device_part(const Device& device, const std::string& part,
-                   const std::map<std::string, std::string>& query);
+  Json device_part(const Device& device, const std::string& part, const Query& query);
   Command command(const std::string& verb, const Json& body);
 
   Engine& engine_;

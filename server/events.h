@@ -1,6 +1,7 @@
 // What the engine tells the rest of the server: one record per thing that happened.
 #pragma once
 
+#include "server/operation.h"
 #include "server/reports.h"
 
 #include <string>

@@ -19,12 +19,13 @@ namespace http = boost::beast::http;
 using tcp = asio::ip::tcp;
 using Error = boost::system::error_code;
 
-constexpr std::size_t kLargestBody = 64 * 1024;
+constexpr std::size_t kLargestBody = std::size_t{64} * 1024;
 constexpr std::uint32_t kLargestHeader = 16 * 1024;
 constexpr std::size_t kMostConnections = 256;
-constexpr std::size_t kMostPending_bytes = 4 * 1024 * 1024;
+constexpr std::size_t kMostPending_bytes = std::size_t{4} * 1024 * 1024;
 constexpr auto kPatience = std::chrono::seconds(30);
 constexpr auto kHeartbeat = std::chrono::seconds(15);
+constexpr auto kRetry = std::chrono::milliseconds(200);
 
 constexpr char kStreamHeader[] = "HTTP/1.1 200 OK\r\n"
                                  "Content-Type: text/event-stream\r\n"
@@ -35,12 +36,9 @@ using Text = std::shared_ptr<const std::string>;
 
 /// The device in "/events?serial=S"; empty for every device; nothing for another target.
 std::optional<std::string> events_of(const std::string& target) {
-  constexpr std::string_view kPath = "/events";
-  constexpr std::string_view kSerial = "/events?serial=";
-  if (target == kPath) {
-    return "";
-  }
-  return target.starts_with(kSerial) ? std::optional(target.substr(kSerial.size())) : std::nullopt;
+  Target parts = split_target(target);
+  return parts.path == std::vector<std::string>{"events"} ? std::optional(parts.query["serial"])
+                                                          : std::nullopt;
 }
 
 } // namespace
@@ -50,7 +48,7 @@ class Connection;
 class HttpServer::Listener : public std::enable_shared_from_this<Listener> {
 public:
   Listener(asio::io_context& loop, const tcp::endpoint& endpoint, Handler handler)
-      : acceptor_(loop, endpoint), heartbeat_(loop), handler_(std::move(handler)) {}
+      : acceptor_(loop, endpoint), heartbeat_(loop), retry_(loop), handler_(std::move(handler)) {}
 
   void start() {
     accept();
@@ -71,10 +69,12 @@ public:
 
 private:
   void accept();
+  void accept_later();
   void beat();
 
   tcp::acceptor acceptor_;
   asio::steady_timer heartbeat_;
+  asio::steady_timer retry_;
   Handler handler_;
   std::set<Connection*> connections_; ///< each owns itself while something is pending on it
   std::set<Connection*> readers_;
@@ -230,10 +230,24 @@ void HttpServer::Listener::accept() {
     if (error == asio::error::operation_aborted || !self->acceptor_.is_open()) {
       return;
     }
-    if (!error && self->connections_.size() < kMostConnections) {
+    if (error) {
+      self->accept_later();
+      return;
+    }
+    if (self->connections_.size() < kMostConnections) {
       std::make_shared<Connection>(std::move(socket), self)->read();
     }
     self->accept();
+  });
+}
+
+/// Out of descriptors, for instance: some may be free again in a while.
+void HttpServer::Listener::accept_later() {
+  retry_.expires_after(kRetry);
+  retry_.async_wait([self = shared_from_this()](const Error& error) {
+    if (!error) {
+      self->accept();
+    }
   });
 }
 
@@ -258,6 +272,7 @@ void HttpServer::Listener::stop() {
   Error ignored;
   acceptor_.close(ignored);
   heartbeat_.cancel();
+  retry_.cancel();
   for (Connection* connection : connections_) {
     connection->close();
   }
@@ -271,7 +286,10 @@ HttpServer::HttpServer(asio::io_context& loop, const std::string& address, std::
 }
 
 HttpServer::~HttpServer() {
-  listener_->stop();
+  try {
+    listener_->stop();
+  } catch (const std::exception&) { // the process ends anyway
+  }
 }
 
 std::uint16_t HttpServer::port() const {

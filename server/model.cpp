@@ -1,4 +1,5 @@
 #include "server/model.h"
+#include "server/operation.h"
 
 namespace server {
 

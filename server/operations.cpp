@@ -135,15 +135,15 @@ void Operations::reply(Peer& peer, const Packet& packet, Clock now) {
       packet.type != u16_at(task.request, 28)) {
     return;
   }
-  if (is_transfer(task.record.kind)) {
-    task.deadline_ms = now.steady_ms + silence_ms();
-    change(task, OperationState::kAccepted, "the device is about to fetch the file", now);
-  } else if (restarts_device(task.record.kind)) {
-    task.deadline_ms = now.steady_ms + silence_ms();
-    change(task, OperationState::kRestarting, "acknowledged; the device restarts", now);
-  } else {
+  const bool transfer = is_transfer(task.record.kind);
+  if (!transfer && !restarts_device(task.record.kind)) {
     finish(peer, task, OperationState::kDone, "acknowledged", now);
+    return;
   }
+  task.deadline_ms = now.steady_ms + silence_ms();
+  change(task, transfer ? OperationState::kAccepted : OperationState::kRestarting,
+         transfer ? "the device is about to fetch the file" : "acknowledged; the device restarts",
+         now);
 }
 
 void Operations::registered(Peer& peer, bool restarted, Clock now) {
@@ -249,14 +249,10 @@ void Operations::progress(Task& task, std::uint32_t asked, Clock now) {
   Operation& record = task.record;
   const std::uint32_t before = percent(record);
   record.asked = std::max(record.asked, asked);
-  const OperationState state = record.asked == record.fragments ? OperationState::kRestarting
-                                                                : OperationState::kTransferring;
-  if (state != record.state) {
-    change(task, state,
-           state == OperationState::kRestarting ? "the device has asked for the whole file" : "",
-           now);
-  } else if (percent(record) != before) {
-    change(task, state, record.detail, now);
+  const bool whole = record.asked == record.fragments;
+  const auto state = whole ? OperationState::kRestarting : OperationState::kTransferring;
+  if (state != record.state || percent(record) != before) {
+    change(task, state, whole ? "the device has asked for the whole file" : "", now);
   }
 }
 

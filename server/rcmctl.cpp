@@ -185,21 +185,7 @@ void Program::add_transfer(const std::string& word, const std::string& help) {
   sub->add_option("--timeout", order.timeout_s, "seconds to wait; 0: as long as the server does");
 }
 
-int run(Program& program) {
-  try {
-    return program.chosen();
-  } catch (const ConnectionError& error) {
-    std::fprintf(stderr, "rcmctl: %s\n", error.what());
-    return kNoServer;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "rcmctl: %s\n", error.what());
-    return kFailed;
-  }
-}
-
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   Program program;
   if (const char* url = std::getenv("RCM_SERVER")) {
     program.client.url = url;
@@ -213,5 +199,19 @@ int main(int argc, char** argv) {
   program.add_history();
   program.add_orders();
   CLI11_PARSE(program.app, argc, argv);
-  return run(program);
+  return program.chosen();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const ConnectionError& error) {
+    std::fprintf(stderr, "rcmctl: %s\n", error.what());
+    return kNoServer;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "rcmctl: %s\n", error.what());
+    return kFailed;
+  }
 }

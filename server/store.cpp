@@ -11,8 +11,11 @@ namespace server {
 
 namespace {
 
-/// A traffic report that comes again within this time is the same one: a device sends it four times
-/// in 20 seconds, and the next an hour later.
+/// An equal report that comes within this time is the same one: a device sends it four times in 20
+/// seconds, or in some more when commands disturb it. One that comes later is another: an hour may
+/// be as empty as the last (of a fast clock's, a minute ago), and a program may say more within one
+/// second than a report holds.
+constexpr std::int64_t kResentLog_s = 90;
 constexpr std::int64_t kResentTraffic_s = 45;
 
 const char kTables[] = R"(
@@ -208,8 +211,8 @@ std::vector<Variable> Store::variables(const std::string& serial) {
 
 bool Store::add_log(const std::string& serial, std::int64_t time, LogReported& what) {
   const auto report = static_cast<std::int64_t>(what.digest);
-  if (query("SELECT 1 FROM logs WHERE serial=? AND report=? LIMIT 1")
-          .bind(serial, report)
+  if (query("SELECT 1 FROM logs WHERE serial=? AND report=? AND received>? LIMIT 1")
+          .bind(serial, report, time - kResentLog_s)
           .found()) {
     return false;
   }

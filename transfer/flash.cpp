@@ -185,6 +185,8 @@ int upgrade_batch(RcmContext& context, FlashUpgrade& flash, std::uint32_t start,
 void clean_up(FlashUpgrade& flash) {
   if (flash.block != nullptr) {
     ignore(mtd_read(flash.mtd.get(), flash.block, 2)); // a dummy read
+    std::free(flash.block); // before the tool is run: the device is short of memory
+    flash.block = nullptr;
   }
   flash.mtd.reset();
   // DELIBERATE: a file that its batch has closed is closed a second time. Nothing was opened

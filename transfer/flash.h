@@ -21,7 +21,8 @@ constexpr std::uint32_t FLASH_BATCH_FRAGMENTS = 640;
                                                        std::uint32_t total_length,
                                                        std::uint16_t fragment_count);
 
-/// Handler of UPGRADECMD. Returns only when nothing, or not everything, was upgraded.
+/// Handler of UPGRADECMD. Returns only when nothing, or not everything, was upgraded, or when the
+/// restart was refused.
 void rcm_upgradecmd_flash_func(RcmContext* context);
 
 } // namespace rcmd

@@ -18,7 +18,8 @@ struct VariableEntry {
   VariableScope scope;
 
   /// Reads the variable of one unit (0 for plain variables).
-  /// @return a newly allocated text, never null, that the caller releases with free
+  /// @return a newly allocated text that the caller releases with free, null only when memory is
+  /// out; the one text that nobody may release is shared_empty_text (reporters/status.h)
   char* (*get)(std::int32_t unit, const VariableEntry* row);
 
   /// Writes the variable of one unit; null in a read-only row. `value` stays the caller's and is

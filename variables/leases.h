@@ -21,8 +21,9 @@ struct LeaseRecord {                 // as in the file
 };
 static_assert(sizeof(LeaseRecord) == 88 && offsetof(LeaseRecord, host_name) == 24);
 
-/// Has the DHCP server write its file out, then sends "lan_lease0=..." and so on and at last, in a
-/// packet of its own, "lan_lease_maxunit=" with their number; with 0 when there is no file.
+/// Has the DHCP server write its file out, then sends "lan_lease0=ADDRESS,MAC,HOST,END" and so on
+/// and at last, in a packet of its own, "lan_lease_maxunit=" with their number; with 0 when there
+/// is no file. END is the system uptime in seconds at which the lease ends.
 /// @return 0, or -1 when a packet was not acknowledged; without a file always 0
 [[nodiscard]] int do_send_dhcp_status(RcmContext* context, PacketType type);
 

@@ -16,6 +16,7 @@ void load_records(RcmContext& context, std::uint16_t length) {
   init_cgi(nullptr, 0);
   // DELIBERATE: `length` counts the prefix as well, so that 4 bytes behind the last record are
   // parsed too, with whatever an older datagram left there; the guard behind the buffer ends them.
+  // A payload that is too short for the prefix has no records.
   init_cgi(records, length < sizeof(VariablePrefix) ? 0 : length);
 }
 

@@ -5,7 +5,7 @@
 
 extern "C" {
 
-/// Opens "/dev/console" for writing, writes the text in one piece and closes it.
+/// Opens "/dev/console" with mode "w", writes the text in one piece and closes it.
 /// @return 0, or -1 when the console could not be opened
 int console_write(const char* text, size_t length);
 

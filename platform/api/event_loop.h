@@ -4,6 +4,7 @@
 // chained through the records' own words, and descriptors stand in a fixed table.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 extern "C" {
@@ -16,6 +17,10 @@ struct RcmTimer {
   void* arg;               ///< passed to the callback
   void (*callback)(void* arg);
 };
+static_assert(sizeof(RcmTimer) == 6 * sizeof(void*) &&
+              offsetof(RcmTimer, interval) == 2 * sizeof(void*) &&
+              offsetof(RcmTimer, arg) == 4 * sizeof(void*) &&
+              offsetof(RcmTimer, callback) == 5 * sizeof(void*));
 
 /// What a readable descriptor's handler is given; every field is one machine word.
 struct FdDescriptor {
@@ -23,6 +28,7 @@ struct FdDescriptor {
   intptr_t loop_word; ///< the loop's own
   void* arg;
 };
+static_assert(offsetof(FdDescriptor, fd) == 0 && offsetof(FdDescriptor, arg) == 2 * sizeof(void*));
 
 /// @return 0 when something was served; a negative value tells the loop that this event may not
 /// have been consumed, so that it does not ask again at once and for ever.

@@ -5,7 +5,9 @@
 
 extern "C" {
 
-/// Restarts the device at once. @param code  the kernel's restart code, 0x01234567
+/// Restarts the device at once: what file systems have not written yet is lost. nvram_commit and
+/// the flash tools leave nothing behind for them. @param code  the kernel's restart code,
+/// 0x01234567
 /// @return only when the restart was refused
 int restart_device(uint32_t code);
 

@@ -2,7 +2,6 @@
 #include "platform/common/loop.h"
 #include "platform/common/monotonic.h"
 
-#include <cerrno>
 #include <climits>
 #include <poll.h>
 

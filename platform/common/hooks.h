@@ -10,7 +10,7 @@ namespace rcmd {
 /// Writes the path of the tool's program. @return false when there is no such tool
 bool find_tool(const char* name, char* path, size_t path_bytes);
 
-/// Opens the device's console for appending. @return a descriptor that no tool inherits, or -1
+/// Opens the device's console for writing. @return a descriptor that no tool inherits, or -1
 int open_console();
 
 /// Ends a child that overstays its time, as by signal 9.

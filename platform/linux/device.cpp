@@ -32,8 +32,9 @@ bool find_tool(const char* name, char* path, size_t path_bytes) {
   return false;
 }
 
+/// As fopen with mode "w" does: what is missing is made, and a plain file loses its old content.
 int open_console() {
-  return open("/dev/console", O_WRONLY | O_NOCTTY | O_CLOEXEC);
+  return open("/dev/console", O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC, 0666);
 }
 
 void kill_child(int pid) {
@@ -76,8 +77,7 @@ int remove_device_file(const char* path) {
 }
 
 int restart_device(uint32_t code) {
-  sync();
-  return reboot(static_cast<int>(code));
+  return reboot(static_cast<int>(code)); // no sync(): a file system that hangs would hold it up
 }
 
 int signal_init(int signal_number) {

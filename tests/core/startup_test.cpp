@@ -282,6 +282,7 @@ TEST_F(Startup, WithoutAConsoleItEndsWithoutAWord) {
   world().console_broken = true;
   EXPECT_EQ(exit_status({}), 1);
   EXPECT_EQ(exit_status({"-s", "127.0.0.1"}), 1);
+  EXPECT_EQ(exit_status({"-s", "..bad", "-m", "x"}), 1);
   EXPECT_EQ(world().console(), "");
 }
 
@@ -293,6 +294,38 @@ TEST_F(Startup, AFailedAllocationReturnsMinusOne) {
     failing_calloc = -1;
   }
   EXPECT_TRUE(world().events.empty());
+}
+
+TEST_F(Startup, IdentityBuffersIntervalAndOptionsComeInThisOrder) {
+  world().nvram["gps_send_interval"] = "30";
+  std::vector<std::string> story;
+  world().on_nvram_get = [&](const std::string& name) {
+    story.push_back(name + " behind " + std::to_string(callocs));
+  };
+  callocs = 0;
+  failing_calloc = 99;
+  EXPECT_EQ(exit_status({"-x"}), 1);
+  EXPECT_EQ(story,
+            (std::vector<std::string>{"SN behind 1", "version_firmware behind 1",
+                                      "product_model behind 1", "gps_send_interval behind 3"}));
+  EXPECT_EQ(rcmd::gps_send_interval, 30);
+}
+
+TEST_F(Startup, AFailedAllocationIsFoundBeforeAWrongOption) {
+  callocs = 0;
+  failing_calloc = 2;
+  EXPECT_EQ(run({"-x"}), -1);
+}
+
+TEST_F(Startup, AMissingDomainIsToldBeforeAnAddressOfZeroIsNoticed) {
+  EXPECT_EQ(exit_status({"-s", "0.0.0.0"}), 1);
+  EXPECT_EQ(world().events,
+            (std::vector<std::string>{"resolve 0.0.0.0", "console miss rcm domain ... \n"}));
+}
+
+TEST_F(Startup, ALoopThatEndsGivesZeroWhateverItsResult) {
+  world().on_do_fd = [] { return -7; };
+  EXPECT_EQ(run({"-s", "127.0.0.1", "-m", "x"}), 0);
 }
 
 TEST_F(Startup, APortThatCannotBeBoundLeavesTheRestRunning) {

@@ -153,6 +153,7 @@ TEST_F(BackupNvramFini, AFailedInitAfterAGoodOneUnmapsNothing) {
   ASSERT_EQ(others, rcmd::nvram_backup_mmap);
   std::filesystem::remove(world().path("/tmp/nvram.backup"));
   EXPECT_EQ(rcmd::backup_nvram_init(), -1);
+  EXPECT_EQ(rcmd::nvram_backup_fd, -1) << "that of the good one is no longer told";
   unsigned char resident = 0;
   EXPECT_EQ(mincore(others, 4096, &resident), 0);
   munmap(others, 4096);

@@ -177,6 +177,7 @@ protected:
     world().on_ioctl = [this](int fd, unsigned long request, void* argument) {
       auto* interface = static_cast<ifreq*>(argument);
       asked.push_back(interface->ifr_name);
+      requests.push_back(request);
       asked_socket = fd;
       asked_type = world().sockets[fd].type;
       if (refused.contains(request)) {
@@ -194,6 +195,7 @@ protected:
     };
   }
   std::vector<std::string> asked;
+  std::vector<unsigned long> requests;
   int asked_socket = -1;
   int asked_type = -1;
   std::map<unsigned long, bool> refused;
@@ -226,6 +228,7 @@ TEST_F(Discovery, ItAsksThroughASecondSocketAndClosesThat) {
   EXPECT_EQ(asked_socket, 1001);
   EXPECT_EQ(asked_type, SOCK_DGRAM);
   EXPECT_THAT(asked, ElementsAre("br0", "br0", "br0"));
+  EXPECT_THAT(requests, ElementsAre(SIOCGIFHWADDR, SIOCGIFADDR, SIOCGIFNETMASK));
   EXPECT_TRUE(world().sockets.contains(fd));
 }
 

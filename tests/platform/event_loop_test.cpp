@@ -120,6 +120,21 @@ TEST(LoopTimers, CancellingAnUnarmedTimerIsHarmless) {
   EXPECT_EQ(alarm.fired, 0);
 }
 
+TEST(LoopTimers, CancellingOneTimerLeavesThoseAroundItArmed) {
+  Alarm first;
+  Alarm middle;
+  Alarm last;
+  first.arm(1);
+  middle.arm(2);
+  last.arm(3);
+  EXPECT_EQ(del_event(&middle.timer), 0);
+  now_ms += 3000;
+  pass();
+  EXPECT_EQ(first.fired, 1);
+  EXPECT_EQ(middle.fired, 0);
+  EXPECT_EQ(last.fired, 1);
+}
+
 TEST(LoopTimers, ArmingAgainReplacesTheDeadline) {
   Alarm alarm;
   alarm.arm(1);

@@ -13,6 +13,7 @@
 #include "platform/api/wireless.h"
 #include "tests/platform/device_fixture.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -99,6 +100,38 @@ TEST_F(VirtualDevice, TheConsoleIsTheFoldersOwn) {
 TEST_F(VirtualDevice, AConsoleThatNobodyReadsCannotBeOpenedAndDoesNotBlock) {
   ASSERT_EQ(mkfifo((folder() / "dev/console").c_str(), 0600), 0);
   EXPECT_EQ(console_write("x", 1), -1);
+}
+
+TEST_F(VirtualDevice, DiagnosticsGoToStandardErrorAndNowhereElse) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  diagnostic_write("timeout .... \n", 14);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "timeout .... \n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_FALSE(std::filesystem::exists(folder() / "dev/console"));
+}
+
+// Clock and end ---------------------------------------------------------------------------------
+
+TEST_F(VirtualDevice, WithoutABootTimeItBootedWithTheMachine) {
+  double before = 0;
+  double after = 0;
+  std::ifstream("/proc/uptime") >> before;
+  const std::int32_t uptime = system_uptime();
+  std::ifstream("/proc/uptime") >> after;
+  EXPECT_GE(uptime, static_cast<std::int32_t>(before));
+  EXPECT_LE(uptime, static_cast<std::int32_t>(after) + 1); // the query may round up
+}
+
+TEST_F(VirtualDevice, TheProcessEndsWithTheStatusThatIsAskedFor) {
+  const pid_t child = start_child();
+  if (child == 0) {
+    exit_process(1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 
 // Tools -----------------------------------------------------------------------------------------
@@ -296,6 +329,37 @@ TEST_F(VirtualDevice, TheMachinesMemoryIsReported) {
   EXPECT_LE(info.free + info.cached, info.total);
   EXPECT_EQ(info.used, info.total - info.free);
   EXPECT_EQ(check_memory_avalid(1024), 1);
+}
+
+// The figure of a line of the kernel's memory file.
+std::uint32_t kernel_figure(const std::string& label) {
+  std::ifstream file("/proc/meminfo");
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with(label)) {
+      return static_cast<std::uint32_t>(std::stoul(line.substr(label.size())));
+    }
+  }
+  return 0;
+}
+
+// Buffers and cache move all the time: what counts is a reading during which they stood still.
+TEST_F(VirtualDevice, BuffersCacheAndSharedMemoryAreTheKernels) {
+  for (int attempt = 0; attempt < 1000; attempt++) {
+    const std::uint32_t before[] = {kernel_figure("Buffers:"), kernel_figure("Cached:"),
+                                    kernel_figure("Shmem:")};
+    MemoryInfo info = {};
+    ASSERT_EQ(memory_info(&info), 0);
+    const std::uint32_t behind[] = {kernel_figure("Buffers:"), kernel_figure("Cached:"),
+                                    kernel_figure("Shmem:")};
+    if (std::ranges::equal(before, behind)) {
+      EXPECT_EQ(info.total, kernel_figure("MemTotal:"));
+      EXPECT_EQ(info.buffers, before[0]);
+      EXPECT_EQ(info.cached, before[1]);
+      EXPECT_EQ(info.shared, before[2]);
+      return;
+    }
+  }
+  FAIL() << "the machine's memory never stood still";
 }
 
 TEST_F(VirtualDevice, AMemoryLimitTakesTheMachinesPlace) {

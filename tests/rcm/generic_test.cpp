@@ -106,6 +106,15 @@ TEST_F(GenericCommand, AFailedAcknowledgementIsReportedAndTheCommandCarriedOut) 
                                       "nvram_commit", "signal 15", "await_restart"}));
 }
 
+TEST_F(GenericCommand, AMarkThatCannotBeStoredStillRestarts) {
+  world().nvram_set_result = -1;
+  receive(server_packet(259, 0, 5));
+  EXPECT_THROW(rcm_generic_func(&context), fake::Restarted);
+  EXPECT_EQ(world().events,
+            (std::vector<std::string>{"send 36 to 10.1.2.3:4000", "nvram_set restore_defaults=1",
+                                      "nvram_commit", "signal 15", "await_restart"}));
+}
+
 TEST_F(GenericCommand, AFailedCommitStillRestarts) {
   world().commit_result = -1;
   receive(server_packet(258, 0, 5));

@@ -126,6 +126,15 @@ TEST_F(Registration, ItTellsTheStoryOnStandardErrorWhenDebugging) {
                                    "OK\n");
 }
 
+TEST_F(Registration, TheServersTimeIsToldAsTheLocalTimeThatItIs) {
+  setenv("TZ", "XYZ-2", 1);
+  tzset();
+  do_rcm_register(&context);
+  EXPECT_EQ(context.server_time, 999'992'767);
+  EXPECT_EQ(world().events_of({"diag Sun"}),
+            std::vector<std::string>{"diag Sun Sep  9 01:46:07 2001\n"});
+}
+
 TEST_F(Registration, TheAnswerBringsTheDeviceOnlineAndClearsTheCounts) {
   context.online = 0;
   context.retransmit_count = 4;

@@ -15,7 +15,11 @@ namespace {
 
 class Gps : public fake::ContextFixture {
 protected:
-  Gps() { context.seq = 5; }
+  Gps() {
+    context.seq = 5;
+    context.retransmit_count = 3;
+    context.miss_count = 2;
+  }
 };
 
 TEST_F(Gps, APositionWithoutLongitudeIs18Bytes) {
@@ -71,6 +75,8 @@ TEST_F(Gps, APositionGoesOutInEveryStateAndAwaitsItsAcknowledgement) {
                      "arm rcm_gpssender 60"}));
   }
   EXPECT_EQ(context.seq, 5U);
+  EXPECT_EQ(context.retransmit_count, 3);
+  EXPECT_EQ(context.miss_count, 2);
   EXPECT_EQ(world().now_ms, 0) << "nothing is waited for";
 }
 

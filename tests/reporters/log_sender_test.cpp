@@ -205,6 +205,16 @@ TEST_F(LogSender, TheIntervalIsReadAfreshAndHasNoDefault) {
   EXPECT_EQ(world().events.back(), "arm rcm_logsender 0");
 }
 
+TEST_F(LogSender, TheIntervalIsTheOneBehindTheExchange) {
+  put_line();
+  world().on_send = [](const fake::Datagram&) {
+    world().nvram["rcm_log_interval"] = "45";
+    world().deliver(1161, fake::server_packet(2, 1, 7));
+  };
+  rcm_logsender_func(&context);
+  EXPECT_EQ(world().events.back(), "arm rcm_logsender 45");
+}
+
 TEST_F(LogSender, ARunningTimerIsCancelledBeforeItIsArmedAgain) {
   context.online = 0;
   rcm_logsender_func(&context);

@@ -198,6 +198,12 @@ TEST_F(Interfaces, EveryDigitSplitsAName) {
   EXPECT_EQ(names(), expected);
 }
 
+TEST_F(Interfaces, OfANameOnlyTheBlanksBeforeItAreDropped) {
+  const std::string zeros = ": 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n";
+  EXPECT_EQ(init(kNewHeader + ("   eth0 " + zeros) + " \tppp" + zeros), 0);
+  EXPECT_EQ(names(), (std::vector<std::string>{"eth|0 ", "\tppp|"}));
+}
+
 TEST_F(Interfaces, NamesMatchExactly) {
   EXPECT_EQ(init(std::string(kNewHeader) + "eth0: 0 9 0 0 0 0 0 0 0 0 0 0 0 0 0 0\n"), 0);
   EXPECT_EQ(number("eth0", 11), 9);
@@ -252,14 +258,24 @@ TEST_F(Interfaces, APieceOfALineHas255Characters) {
 }
 
 TEST_F(Interfaces, CountersKeepTheirLow32Bits) {
-  EXPECT_EQ(
-      init(std::string(kNewHeader) +
-           "eth0: 4294967297 18446744073709551615 99999999999999999999999 0 0 0 0 0 1 2 3 0 0 "
-           "4 0 0\n"),
-      0);
+  EXPECT_EQ(init(std::string(kNewHeader) +
+                 "eth0: 4294967297 18446744073709551615 99999999999999999999999 0 0 0 0 0 "
+                 "4294967298 4294967299 4294967300 0 0 4294967301 0 0\n"),
+            0);
   EXPECT_EQ(number("eth0", 10), 1);
   EXPECT_EQ(number("eth0", 11), 0xFFFFFFFF);
   EXPECT_EQ(number("eth0", 14), 0xFFFFFFFF);
+  EXPECT_EQ(number("eth0", 16), 2);
+  EXPECT_EQ(number("eth0", 17), 3);
+  EXPECT_EQ(number("eth0", 20), 4);
+  EXPECT_EQ(number("eth0", 25), 5);
+}
+
+// 14,000,000 packets of 308 bytes are 17,032,704 beyond 32 bits.
+TEST_F(Interfaces, EstimatedBytesKeepTheirLow32Bits) {
+  EXPECT_EQ(init(std::string(kOldHeader) + "eth0: 14000000 0 0 0 0 14000000 0 0 0 0\n"), 0);
+  EXPECT_EQ(number("eth0", 10), 17'032'704);
+  EXPECT_EQ(number("eth0", 16), 17'032'704);
 }
 
 TEST_F(Interfaces, ALoopbackThatCountsNoSentPacketsMirrorsTheReceivedOnes) {
@@ -302,6 +318,19 @@ TEST_F(Interfaces, TheQueriesFillTheRest) {
   std::uint8_t mac[7] = {0, 0, 0, 0, 0, 0, 0xEE};
   EXPECT_EQ(netif_get("eth0", 6, mac), 6);
   EXPECT_EQ(fake::to_hex(mac, 7), "021122334455ee");
+}
+
+TEST_F(Interfaces, AnAddressIsKeptWithItsWholeRecord) {
+  answers_["eth0"] = {};
+  ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  const std::pair<const sockaddr_in*, const char*> records[] = {
+      {&interface_list->addr, "192.168.1.1"},
+      {&interface_list->broadaddr, "192.168.1.255"},
+      {&interface_list->netmask, "255.255.255.0"}};
+  for (const auto& [record, text] : records) {
+    const sockaddr_in expected = fake::address(text, 0);
+    EXPECT_EQ(fake::to_hex(record, 16), fake::to_hex(&expected, 16)) << text;
+  }
 }
 
 TEST_F(Interfaces, EveryQueryIsAskedOnceInOrderOverAnIpv4DatagramSocket) {
@@ -403,6 +432,16 @@ TEST_F(Interfaces, OnlyEthernetIsAskedForItsSettings) {
   EXPECT_FALSE(asked(SIOCETHTOOL, "ppp0"));
   EXPECT_EQ(tool_request_[0], 1U);
   EXPECT_EQ(tool_request_[10], 0U);
+}
+
+TEST_F(Interfaces, TheTypeAndNotTheNameDecidesWhetherTheSettingsAreAsked) {
+  answers_["br0"].family = 1;
+  answers_["eth0"].family = 512;
+  ASSERT_EQ(init(std::string(kNewHeader) + "br0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n" +
+                 "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"),
+            0);
+  EXPECT_TRUE(asked(SIOCETHTOOL, "br0"));
+  EXPECT_FALSE(asked(SIOCETHTOOL, "eth0"));
 }
 
 TEST_F(Interfaces, TheQueriesNameTheWholeInterface) {

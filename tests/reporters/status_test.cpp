@@ -78,6 +78,20 @@ TEST_F(Status, TheWanCountsAreTheUnitsInterfaces) {
   EXPECT_EQ(read("wan_outpkts", kPerWan, 1), "666");
 }
 
+TEST_F(Status, TheWanUnitMayBeAnyNumber) {
+  world().nvram["wan65535_ifname"] = "eth0";
+  world().nvram["wan-1_ifname"] = "ppp0";
+  EXPECT_EQ(read("wan_inpkts", kPerWan, 65535), "111");
+  EXPECT_EQ(read("wan_inpkts", kPerWan, -1), "333");
+}
+
+TEST_F(Status, AWanInterfacesStatusIsServedLikeTheLans) {
+  EXPECT_EQ(read("wan_status", kPerWan, 1), "1");
+  flags_ = IFF_RUNNING;
+  EXPECT_EQ(read("wan_status", kPerWan, 1), "0");
+  EXPECT_EQ(read("wan_status", kPerWan, 2), "<shared>");
+}
+
 TEST_F(Status, WithoutAnInterfaceNameTheCountsAreZero) {
   world().nvram.clear();
   EXPECT_EQ(read("lan_inpkts", kPlain), "0");

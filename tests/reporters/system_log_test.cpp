@@ -74,6 +74,14 @@ TEST_F(SystemLog, ARingOf25LinesGives20Then5Then0) {
   EXPECT_EQ(read_log(), 0);
 }
 
+TEST_F(SystemLog, TheTwentiethLineEndsTheCallBeforeAnUnreadableOne) {
+  put_numbered(1, 20);
+  ring->put("0 0 d noon h s m\n");
+  EXPECT_EQ(read_log(), 9 * 25 + 11 * 26);
+  EXPECT_EQ(world().readers, 0);
+  EXPECT_EQ(read_log(), -1);
+}
+
 TEST_F(SystemLog, OnlyTheMarksOfTheReportedLinesChangeInTheRing) {
   const std::size_t first = ring->put("0 0 d 00:00:01 h s a\n");
   ring->put("1 0 d 00:00:02 h s b\n");
@@ -329,6 +337,18 @@ TEST_F(SystemLog, OnlyTheValueZeroSwitchesASourceOff) {
   }
   world().nvram.clear();
   EXPECT_EQ(rcm_log_filter("0 0 d 00:00:01 h s pppd[1]: up\n"), 1);
+}
+
+TEST_F(SystemLog, TheSwitchesAreLookedUpAfreshAndInOrderForEveryUnmarkedLine) {
+  Texts keys;
+  world().on_nvram_get = [&](const std::string& key) { keys.push_back(key); };
+  world().nvram["rcm_log_modem"] = "0";
+  ring->put("0 0 d 00:00:01 h s crond: a\n");
+  ring->put("1 0 d 00:00:02 h s crond: b\n");
+  ring->put("0 0 d 00:00:03 h s modem[1]: c\n");
+  EXPECT_GT(read_log(), 0);
+  EXPECT_EQ(keys, (Texts{"rcm_log_pppd", "rcm_log_modem", "rcm_log_pluto", "rcm_log_udhcpd",
+                         "rcm_log_syslogd", "rcm_log_dnsmasq", "rcm_log_pppd", "rcm_log_modem"}));
 }
 
 TEST_F(SystemLog, AMarkerCountsAnywhereInTheLine) {

@@ -79,6 +79,17 @@ TEST_F(Traffic, TheFirstSampleCarriesTheWholeCounters) {
   EXPECT_EQ(context.last_wwan_rx_packets, 4U);
 }
 
+TEST_F(Traffic, TheCountersAreReadInOrderAndBehindTheClock) {
+  Texts keys;
+  world().on_nvram_get = [&](const std::string& key) {
+    keys.push_back(key);
+    world().advance_to(world().now_ms + 5000);
+  };
+  rcm_trafficget_func(&context);
+  EXPECT_EQ(keys, (Texts{"wwan_tx_bytes", "wwan_rx_bytes", "wwan_tx_packets", "wwan_rx_packets"}));
+  EXPECT_EQ(text(), "20010909014640,0,0\r\n");
+}
+
 TEST_F(Traffic, UnsetCountersAreZero) {
   rcm_trafficget_func(&context);
   EXPECT_EQ(text(), "20010909014640,0,0\r\n");

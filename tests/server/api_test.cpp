@@ -73,6 +73,7 @@ TEST_F(Apis, BadRequestsAre400) {
   EXPECT_EQ(get("/devices/SN0123456789/logs?limit=many").status, 400);
   EXPECT_EQ(get("/devices/SN0123456789/variables?unit=-1").status, 400);
   EXPECT_EQ(get("/operations/x").status, 400);
+  EXPECT_EQ(get("/devices/SN0123456789/logs?hours=9223372036854775807").status, 200);
   const std::string set = "/devices/SN0123456789/set";
   for (const char* body :
        {"", "{", "[]", "{}", R"({"values":[]})", R"({"values":{}})", R"({"values":{"a":1}})",
@@ -139,6 +140,16 @@ TEST_F(Apis, TheSummaryCountsDatagrams) {
   hear(Bytes(10));
   EXPECT_EQ(get("/").body["datagrams"]["malformed"], 1);
   EXPECT_EQ(get("/").body["devices"], 1);
+}
+
+TEST(Targets, AreTakenApartAndDecoded) {
+  const Target target = split_target("//a%2Fb/c?x=1&y=%41%&z&=w");
+  EXPECT_THAT(target.path, testing::ElementsAre("a/b", "c"));
+  EXPECT_EQ(target.query.at("x"), "1");
+  EXPECT_EQ(target.query.at("y"), "A%"); // half a code stays as it is
+  EXPECT_EQ(target.query.at("z"), "");
+  EXPECT_TRUE(split_target("").path.empty());
+  EXPECT_TRUE(split_target("?").query.empty());
 }
 
 class Files : public Apis {

@@ -48,6 +48,10 @@ struct Exchange {
   const char* answer;
 };
 
+void PrintTo(const Exchange& exchange, std::ostream* out) {
+  *out << exchange.name;
+}
+
 class Exchanges : public EngineFixture, public testing::WithParamInterface<Exchange> {};
 
 TEST_P(Exchanges, AreAnsweredByteForByte) {

@@ -93,6 +93,14 @@ TEST_F(Stores, ALogReportThatComesAgainIsKeptOnce) {
   EXPECT_EQ(lines[2].time, 51);
 }
 
+TEST_F(Stores, EqualLinesOfALaterReportAreOtherLines) {
+  const LogReported flood{{{0, 50, "one"}, {0, 50, "one"}}, 7};
+  EXPECT_TRUE(apply(flood, 1000));
+  EXPECT_FALSE(apply(flood, 1060));
+  EXPECT_TRUE(apply(flood, 1300));
+  EXPECT_EQ(store.logs(kSerial, 0, 0, 100).size(), 4U);
+}
+
 TEST_F(Stores, LogLinesAreReadFromEitherEnd) {
   for (int i = 1; i <= 5; i++) {
     apply(LogReported{{{0, i, "line " + std::to_string(i)}}, static_cast<std::uint64_t>(i)});

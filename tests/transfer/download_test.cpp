@@ -11,6 +11,7 @@
 #include <cstring>
 #include <numeric>
 #include <random>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -212,6 +213,19 @@ TEST_F(Downloads, AShortWriteFailsWithoutTheMark) {
   EXPECT_EQ(world().diagnostics(), "");
 }
 
+TEST_F(Downloads, AWriteThatTakesAPartOnlyFailsToo) {
+  serve(fake::pattern(2048));
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit tight = {1500, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &tight);
+  const int result = download(2);
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_EQ(result, kFailure);
+  EXPECT_EQ(written().size(), 1500U);
+  EXPECT_EQ(world().diagnostics(), "#");
+}
+
 TEST_F(Downloads, AFirstRequestThatCannotBeSentFails) {
   world().send_fails = [](const fake::Datagram& sent) { return fake::u16_at(sent.bytes, 36) == 4; };
   EXPECT_EQ(download(10), kFailure);
@@ -267,6 +281,21 @@ TEST_F(Downloads, AnOverdueRequestIsRepeatedOnlyAtAScan) {
   world().deliver(1161, tiny(9), 13000);
   EXPECT_EQ(download(1), kSuccess);
   EXPECT_EQ(world().sent[1].at_ms, 18000);
+}
+
+TEST_F(Downloads, AnOverdueRequestIsRepeatedAtTheScanBehindAnAcceptedFragmentToo) {
+  world().deliver(1161, tiny(9), 4000);
+  world().deliver(1161, tiny(9), 8000);
+  world().deliver(1161, tiny(0), 12000);
+  world().on_send = [](const fake::Datagram& sent) {
+    if (sent.at_ms > 0) {
+      world().deliver(1161, tiny(fake::u16_at(sent.bytes, 36)));
+    }
+  };
+  EXPECT_EQ(download(2), kSuccess);
+  EXPECT_EQ(asked(), (std::vector<int>{0, 1, 1}));
+  EXPECT_EQ(world().sent[2].at_ms, 12000);
+  EXPECT_EQ(world().diagnostics(), "**#1#");
 }
 
 TEST_F(Downloads, AReusedSlotCountsItsRetriesFromZero) {

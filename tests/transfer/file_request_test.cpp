@@ -208,6 +208,15 @@ TEST_F(FragmentRequests, ARequestThatCannotBeSentIsTold) {
   EXPECT_NE(do_request_config_fragment(&context, 0), 0);
 }
 
+TEST_F(FragmentRequests, ARequestThatCannotBeSentHasTakenItsSequenceNumberAllTheSame) {
+  world().send_fails = [](const fake::Datagram&) { return true; };
+  context.seq = 9;
+  EXPECT_NE(do_request_fw_fragment(&context, 0), 0);
+  EXPECT_EQ(context.seq, 10U);
+  EXPECT_EQ(do_request_file(&context, "fw.trx", 1, 1, kFwReq), kFailure);
+  EXPECT_EQ(context.seq, 11U);
+}
+
 class FileCommands : public fake::TransferFixture {
 protected:
   FileCommand read;

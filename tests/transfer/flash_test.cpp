@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <malloc.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -280,6 +282,24 @@ TEST_F(Flash, UnknownMemoryFiguresDoNotRefuseABlock) {
   EXPECT_EQ(upgrade(trx_image(1000)), kSuccess);
 }
 
+TEST_F(Flash, ABlockThatIsNotToBeHadFailsWithoutTheDummyRead) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer's own memory has no bounds";
+#endif
+  world().mtd.erase_size = 0xFFFF0000;
+  rlimit before{};
+  getrlimit(RLIMIT_AS, &before);
+  const rlimit tight = {std::min<rlim_t>(before.rlim_max, 2U << 30), before.rlim_max};
+  setrlimit(RLIMIT_AS, &tight);
+  const int result = upgrade(trx_image(1000));
+  setrlimit(RLIMIT_AS, &before);
+  EXPECT_EQ(result, kFailure);
+  EXPECT_EQ(count("diag erase length=-65536.\n"), 1);
+  EXPECT_EQ(count("diag trx length"), 0);
+  EXPECT_EQ(world().mtd.reads, 0);
+  expect_clean();
+}
+
 TEST_F(Flash, AFileShorterThanItsHeaderSaysFailsBeforeItsBlockIsErased) {
   Bytes image = trx_image(2000);
   image.resize(1500);
@@ -313,6 +333,28 @@ TEST_F(Flash, TheLastBatchsDescriptorIsClosedASecondTime) {
 TEST_F(Flash, AFileThatFailedWhileOpenIsClosedOnce) {
   EXPECT_EQ(upgrade(Bytes(27, 'x')), kFailure);
   EXPECT_EQ(closes_of_closed, 0);
+}
+
+TEST_F(Flash, AFileWhoseDownloadFailedIsClosedASecondTimeToo) {
+  world().send_fails = [](const fake::Datagram&) { return true; };
+  EXPECT_EQ(upgrade(trx_image(1000)), kFailure);
+  EXPECT_EQ(closes_of_closed, 1);
+}
+
+TEST_F(Flash, TheBlockIsGivenBackBeforeTheFileIsRemoved) {
+  world().mtd.erase_size = 4 << 20;
+  const auto taken = [] {
+    const auto heap = mallinfo2();
+    return static_cast<std::int64_t>(heap.uordblks + heap.hblkhd);
+  };
+  std::int64_t at_removal = 0;
+  world().on_tool = [&](const fake::ToolRun&) {
+    at_removal = taken();
+    return 0;
+  };
+  const std::int64_t before = taken();
+  EXPECT_EQ(upgrade(trx_image(1000)), kSuccess);
+  EXPECT_LT(at_removal - before, 3 << 20);
 }
 
 TEST_F(Flash, NoDescriptorIsLeftOpenWhateverFails) {

@@ -1,10 +1,9 @@
 #include "variables/codec.h"
 
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
+#include "tests/variables/kit.h"
 
 using namespace rcmd;
+using kit::text;
 
 namespace {
 
@@ -28,11 +27,6 @@ protected:
 
   std::vector<char> bytes_;
 };
-
-// A literal with its inner NULs.
-template <std::size_t N> std::string text(const char (&literal)[N]) {
-  return {literal, N - 1};
-}
 
 TEST_F(Codec, BeforeAnyLoadEveryNameIsAbsent) {
   EXPECT_EQ(get("a"), "<absent>");

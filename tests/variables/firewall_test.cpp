@@ -154,6 +154,20 @@ TEST_F(Firewall, TheRuleNumberIsWhatTheNameEndsWith) {
                                    "nvram_set firewall_portforwarding12_status=0"}));
 }
 
+TEST_F(Firewall, ARefusedWriteKeepsNoneOfTheOthersBack) {
+  world().nvram_set_result = -1;
+  kit::write("firewall_portforwarding_rule2", kForwarding);
+  EXPECT_EQ(world().events, (Texts{"nvram_set firewall_portforwarding2_interface=ppp0",
+                                   "nvram_set firewall_portforwarding2_protocol=tcp",
+                                   "nvram_set firewall_portforwarding2_srcip=0.0.0.0",
+                                   "nvram_set firewall_portforwarding2_externalport=8080",
+                                   "nvram_set firewall_portforwarding2_natip=192.168.1.9",
+                                   "nvram_set firewall_portforwarding2_localport=80",
+                                   "nvram_set firewall_portforwarding2_autofw=0",
+                                   "nvram_set firewall_portforwarding2_desc=camera",
+                                   "nvram_set firewall_portforwarding2_status=2"}));
+}
+
 TEST_F(Firewall, TheStatusOfAWriteIsTheStatusKeys) {
   world().nvram_set_result = -4;
   EXPECT_EQ(kit::write("firewall_access_rule0", kAccess), -4);

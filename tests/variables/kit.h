@@ -14,6 +14,11 @@ namespace kit {
 
 using Texts = std::vector<std::string>;
 
+/// A literal with its inner NULs.
+template <std::size_t N> std::string text(const char (&literal)[N]) {
+  return {literal, N - 1};
+}
+
 /// The records of a variable packet; one that lacks its NUL is marked.
 inline Texts records_of(const fake::Bytes& packet) {
   Texts records;
@@ -97,6 +102,14 @@ inline int write(const std::string& name, const std::string& value, int unit = 0
 class VariablesFixture : public fake::ContextFixture {
 protected:
   VariablesFixture() { answer_everything(); }
+
+  /// Only the n-th send from now on (counted from 0) fails; those behind it would succeed.
+  static void fail_only_send(int number) {
+    fake::world().sent.clear();
+    fake::world().send_fails = [number, sends = 0](const fake::Datagram&) mutable {
+      return sends++ == number;
+    };
+  }
 };
 
 } // namespace kit

@@ -46,6 +46,35 @@ TEST_F(Leases, TheServerIsAskedToWriteItsFileFirst) {
   EXPECT_EQ(world().events.front(), "tool killall -16 udhcpd >/dev/console");
 }
 
+TEST_F(Leases, TheFileIsReadAsTheToolLeftIt) {
+  file(lease("001122334455", "0a000001", "00000000", "older"));
+  world().on_tool = [](const fake::ToolRun&) {
+    std::filesystem::remove(world().path("/tmp/udhcpd.leases"));
+    world().uptime_base = 200;
+    file(lease("001122334455", "0a000002", "00000000", "newer"));
+    return 0;
+  };
+  EXPECT_EQ(send(), 0);
+  EXPECT_EQ(kit::sent_records(),
+            (Texts{"lan_lease0=10.0.0.2,00:11:22:33:44:55,newer,200", "lan_lease_maxunit=1"}));
+}
+
+TEST_F(Leases, EveryPacketIsOfTheTypeThatIsAskedForAndOfNoUnit) {
+  EXPECT_EQ(do_send_dhcp_status(&context, kConf), 0);
+  std::string content;
+  for (int i = 0; i < 6; i++) {
+    content += lease("001122334455", "0a000001", "00000000", std::string(60, 'h'));
+  }
+  file(content);
+  EXPECT_EQ(do_send_dhcp_status(&context, kConf), 0);
+  ASSERT_EQ(world().sent.size(), 4U); // without a file one, then a full one, the rest, the count
+  for (const fake::Datagram& datagram : world().sent) {
+    EXPECT_EQ(fake::type_of(datagram.bytes), 3);
+    EXPECT_EQ(kit::scope_of(datagram.bytes), 0);
+    EXPECT_EQ(kit::unit_of(datagram.bytes), 0);
+  }
+}
+
 TEST_F(Leases, ALeaseShowsAddressMacHostAndTheUptimeOfItsEnd) {
   file(lease("abcdefabcdef", "c0a80105", "00000e10", "laptop"));
   EXPECT_EQ(send(), 0);
@@ -131,11 +160,10 @@ TEST_F(Leases, AFailedSendEndsTheListAndClosesTheFile) {
   }
   file(content);
   const std::ptrdiff_t open_before = open_files();
-  for (const std::size_t good : {0U, 1U, 2U}) {
-    world().sent.clear();
-    world().send_fails = [good](const fake::Datagram&) { return world().sent.size() == good; };
+  for (const int good : {0, 1, 2}) {
+    fail_only_send(good);
     EXPECT_EQ(send(), -1);
-    EXPECT_EQ(world().sent.size(), good);
+    EXPECT_EQ(world().sent.size(), static_cast<std::size_t>(good));
   }
   EXPECT_EQ(open_files(), open_before);
 }

@@ -8,6 +8,7 @@ using fake::Bytes;
 using fake::to_hex;
 using fake::world;
 using kit::config_request;
+using kit::text;
 using kit::Texts;
 
 namespace {
@@ -57,6 +58,16 @@ TEST_F(RemoteConfiguration, TheWholeDatagramIsCopiedToTheTransmitBuffer) {
                                                                      "6e6f626f647900");
 }
 
+TEST_F(RemoteConfiguration, WhatFollowsThePayloadInTheDatagramIsCopiedAsWell) {
+  Bytes request = config_request(0, Texts{"nobody"});
+  const Bytes behind = fake::hex("d1d2d3d4");
+  request.insert(request.end(), behind.begin(), behind.end());
+  context.tx_buf[request.size()] = 0x77;
+  handle(request);
+  EXPECT_EQ(to_hex(Bytes(context.tx_buf + 47, context.tx_buf + 52)), "d1d2d3d477");
+  expect_acknowledged();
+}
+
 TEST_F(RemoteConfiguration, ItIsAcknowledgedOnceAfterTheWriters) {
   handle(config_request(0, Texts{"hostname=a", "console=b"}));
   EXPECT_EQ(world().events_of({"nvram_", "send"}),
@@ -66,12 +77,25 @@ TEST_F(RemoteConfiguration, ItIsAcknowledgedOnceAfterTheWriters) {
 }
 
 TEST_F(RemoteConfiguration, WhatItSaysUnderDebug) {
-  handle(config_request(
-      3, "wl_ssid=home" + std::string(1, '\0') + "et0macaddr=x" + std::string(1, '\0'), 1));
+  handle(config_request(3, text("wl_ssid=home\0et0macaddr=x\0"), 1));
   EXPECT_EQ(world().diagnostics(), "payloadlen = 30 ,variable_type = 1\n"
                                    "cgi count = 2 \n"
                                    "wl_ssid(3)=home\n"
                                    "et0macaddr(3)=x\n");
+}
+
+TEST_F(RemoteConfiguration, AValueIsToldBeforeItIsWrittenAndTheAcknowledgementIsLast) {
+  handle(config_request(65535, text("wl_ssid=home\0hostname=gate\0"), 65535));
+  EXPECT_EQ(world().events, (Texts{"diag payloadlen = 31 ,variable_type = 65535\n",
+                                   "diag cgi count = 2 \n", "diag hostname(65535)=gate\n",
+                                   "nvram_set hostname=gate", "diag wl_ssid(65535)=home\n",
+                                   "nvram_set wl65535_ssid=home", "send 36 to 10.1.2.3:4000"}));
+}
+
+TEST_F(RemoteConfiguration, NamesThatAreNoSettingsAreCountedAndPassedOverWithoutAWord) {
+  handle(config_request(0, Texts{"mem_usage=1", "wan_ipaddr=1", "HOSTNAME=x", "hostname", "=y"}));
+  EXPECT_EQ(world().diagnostics(), "payloadlen = 52 ,variable_type = 0\n"
+                                   "cgi count = 4 \n");
 }
 
 TEST_F(RemoteConfiguration, TheUnitNamesTheKey) {

@@ -72,11 +72,6 @@ protected:
   int send_units(int count) {
     return do_send_multiple_variable(&context, kUnitTable, kConf, kPerWireless, count);
   }
-  static void fail_send(int number) {
-    world().send_fails = [number](const fake::Datagram&) {
-      return static_cast<int>(world().sent.size()) == number;
-    };
-  }
 };
 
 TEST_F(Reports, PlainRowsBelowTheFillLimitGoInOnePacket) {
@@ -127,6 +122,28 @@ TEST_F(Reports, AllPacketsOfAReportCarryTheSameSequenceNumber) {
   EXPECT_EQ(context.seq, 42U);
 }
 
+TEST_F(Reports, APacketCarriesTheSessionOfTheAcknowledgementBeforeIt) {
+  values["a"] = value_for(600);
+  EXPECT_EQ(send_plain(), 0);
+  ASSERT_EQ(world().sent.size(), 2U);
+  EXPECT_EQ(fake::to_hex(world().sent[0].bytes.data(), 8), "4142434445464748"); // ABCDEFGH
+  EXPECT_EQ(fake::to_hex(world().sent[1].bytes.data(), 8), "53455353494f4e31"); // SESSION1
+}
+
+TEST_F(Reports, RowsAreReadWhenThePacketBeforeThemIsAcknowledged) {
+  values["a"] = value_for(600);
+  values["x"] = value_for(600);
+  world().on_receive = [](const fake::Datagram&) {
+    values["c"] = "changed meanwhile";
+    values["y"] = "changed too";
+  };
+  EXPECT_EQ(send_plain(), 0);
+  EXPECT_EQ(records_of(world().sent.back().bytes), (Texts{"b=2", "c=changed meanwhile"}));
+  values["y"] = "7";
+  EXPECT_EQ(send_units(1), 0);
+  EXPECT_EQ(records_of(world().sent.back().bytes), (Texts{"y=changed too"}));
+}
+
 TEST_F(Reports, ThePlainPassLeavesItsTextsUnreleased) {
   EXPECT_EQ(do_send_single_variable(&context, kPlainTable, kConf), 0);
   ASSERT_EQ(handed_out.size(), 3U);
@@ -138,8 +155,8 @@ TEST_F(Reports, ThePlainPassLeavesItsTextsUnreleased) {
 TEST_F(Reports, TheScopedPassReleasesItsTexts) {
   EXPECT_EQ(send_units(1), 0); // a leak would be reported at the end
   EXPECT_EQ(handed_out.size(), 2U);
-  fail_send(1);
   values["x"] = value_for(600);
+  fail_only_send(0);
   EXPECT_EQ(send_units(1), -1);
 }
 
@@ -186,12 +203,24 @@ TEST_F(Reports, AnEmptyScopeSendsNothing) {
 
 TEST_F(Reports, AnUnacknowledgedPacketEndsThePass) {
   values["a"] = value_for(600);
-  fail_send(0);
-  EXPECT_EQ(send_plain(), -1);
-  EXPECT_TRUE(world().sent.empty());
-  fail_send(1);
-  EXPECT_EQ(send_plain(), -1);
-  EXPECT_EQ(world().sent.size(), 1U);
+  for (const int good : {0, 1}) {
+    units.clear();
+    fail_only_send(good);
+    EXPECT_EQ(send_plain(), -1);
+    EXPECT_EQ(world().sent.size(), static_cast<std::size_t>(good));
+    EXPECT_EQ(units.size(), good == 0 ? 1U : 3U); // rows behind the packet are not even read
+  }
+}
+
+TEST_F(Reports, AnUnacknowledgedPacketEndsTheScopedPassAndNoFurtherUnitFollows) {
+  values["x"] = value_for(600);
+  for (const int good : {0, 1}) {
+    units.clear();
+    fail_only_send(good);
+    EXPECT_EQ(send_units(2), -1);
+    EXPECT_EQ(world().sent.size(), static_cast<std::size_t>(good));
+    EXPECT_EQ(units.size(), good == 0 ? 1U : 2U);
+  }
 }
 
 TEST_F(Reports, ARecordThatDoesNotFitTheBufferIsLeftOutWhole) {
@@ -315,6 +344,19 @@ TEST_F(WholeReports, TheStationsFollowOnlyWhereWirelessIsSupported) {
     EXPECT_EQ(kit::sent_records().back(), "lan_lease_maxunit=0") << other;
   }
   world().nvram["wifi_supported"] = "1";
+  EXPECT_EQ(do_information_send(&context), 0);
+  EXPECT_EQ(kit::sent_records().back(), "wl0_sta_maxunit=0");
+}
+
+TEST_F(WholeReports, WhetherThereIsWirelessIsReadBehindTheLeases) {
+  world().on_wireless = [](const std::string&, int, void* buffer, int) {
+    std::memset(buffer, 0, 4);
+    return 0;
+  };
+  world().on_tool = [](const fake::ToolRun&) {
+    world().nvram["wifi_supported"] = "1";
+    return 0;
+  };
   EXPECT_EQ(do_information_send(&context), 0);
   EXPECT_EQ(kit::sent_records().back(), "wl0_sta_maxunit=0");
 }

@@ -95,10 +95,10 @@ TEST_F(Stations, TheUnitChoosesTheInterfaceAndTheNameSaysWl0AllTheSame) {
 }
 
 TEST_F(Stations, TheLargestUnitFormsAWholeKey) {
-  world().nvram = {{"wl_unit", "99999999999"}, {"wl2147483647_ifname", "last"}};
+  world().nvram = {{"wl_unit", "99999999999"}, {"wl2147483647_ifname", "last-interface0"}};
   driver(0);
   EXPECT_EQ(send(), 0);
-  EXPECT_EQ(names_, Texts{"last"});
+  EXPECT_EQ(names_, Texts{"last-interface0"});
 }
 
 TEST_F(Stations, ANegativeUnitIsRefused) {
@@ -129,6 +129,26 @@ TEST_F(Stations, ADriverThatRefusesASignalEndsItWithoutACount) {
   driver(3, 1);
   EXPECT_EQ(send(), -1);
   EXPECT_TRUE(world().sent.empty());
+}
+
+TEST_F(Stations, WhatWasSentBeforeADriverRefusesASignalStays) {
+  driver(30, 20);
+  EXPECT_EQ(send(), -1);
+  ASSERT_EQ(world().sent.size(), 1U);
+  EXPECT_EQ(records_of(world().sent[0].bytes).size(), 17U);
+  EXPECT_EQ(queries_, 21);
+}
+
+TEST_F(Stations, EveryPacketIsOfTheTypeThatIsAskedForAndOfNoUnit) {
+  world().nvram["wl_unit"] = "1";
+  driver(30);
+  EXPECT_EQ(do_send_wl_stalist(&context, kConf), 0);
+  ASSERT_EQ(world().sent.size(), 3U); // a full one, the rest, the count
+  for (const fake::Datagram& datagram : world().sent) {
+    EXPECT_EQ(fake::type_of(datagram.bytes), 3);
+    EXPECT_EQ(kit::scope_of(datagram.bytes), 0);
+    EXPECT_EQ(kit::unit_of(datagram.bytes), 0);
+  }
 }
 
 TEST_F(Stations, APositiveAnswerToTheSignalQueryIsNoFailure) {
@@ -166,11 +186,10 @@ TEST_F(Stations, ACountBeyondTheBufferIsCutToWhatFits) {
 
 TEST_F(Stations, AnUnacknowledgedPacketEndsTheList) {
   driver(30);
-  for (const std::size_t good : {0U, 1U, 2U}) {
-    world().sent.clear();
-    world().send_fails = [good](const fake::Datagram&) { return world().sent.size() == good; };
+  for (const int good : {0, 1, 2}) {
+    fail_only_send(good);
     EXPECT_EQ(send(), -1);
-    EXPECT_EQ(world().sent.size(), good);
+    EXPECT_EQ(world().sent.size(), static_cast<std::size_t>(good));
   }
 }
 

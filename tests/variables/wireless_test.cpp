@@ -47,6 +47,36 @@ TEST_F(Wireless, TheAuthenticationModesStatusIsTheLastWrites) {
   EXPECT_EQ(kit::write("wl_auth_mode", "3"), -5);
 }
 
+TEST_F(Wireless, ARefusedWriteKeepsNoneOfTheOthersBack) {
+  world().nvram_set_result = -5;
+  kit::write("wl_auth_mode", "3");
+  kit::write("wl_macrule0", "00:11:22:33:44:55");
+  EXPECT_EQ(world().events,
+            (Texts{"nvram_set wl0_net_auth_mode=3", "nvram_set wl0_auth=0",
+                   "nvram_set wl0_auth_mode=none", "nvram_set wl0_akm=psk",
+                   "nvram_set wl0_macrule0=00:11:22:33:44:55", "nvram_set wl0_maclist="}));
+}
+
+TEST_F(Wireless, TheUnitMayBeAnythingThatARequestCarries) {
+  EXPECT_EQ(kit::write("wl_auth_mode", "2", 65535), 0);
+  EXPECT_EQ(kit::write("wl_macmode", "1", 65535), 0);
+  EXPECT_EQ(kit::write("wl_wep", "1", 65535), 0);
+  EXPECT_EQ(kit::write("wl_macrule7", "00:11:22:33:44:55", 65535), 0);
+  EXPECT_EQ(world().nvram, (std::map<std::string, std::string>{
+                               {"wl65535_net_auth_mode", "2"},
+                               {"wl65535_auth", "1"},
+                               {"wl65535_auth_mode", "none"},
+                               {"wl65535_akm", ""},
+                               {"wl65535_macmode", "deny"},
+                               {"wl65535_wep", "enabled"},
+                               {"wl65535_macrule7", "00:11:22:33:44:55"},
+                               {"wl65535_maclist", "00:11:22:33:44:55"},
+                           }));
+  EXPECT_EQ(kit::read("wl_auth_mode", 65535), "2");
+  EXPECT_EQ(kit::read("wl_macmode", 65535), "1");
+  EXPECT_EQ(kit::read("wl_wep", 65535), "1");
+}
+
 TEST_F(Wireless, TheAuthenticationModeKeepsTheTextAsItCame) {
   EXPECT_EQ(kit::write("wl_auth_mode", " 3 psk"), 0);
   EXPECT_EQ(kit::read("wl_auth_mode"), " 3 psk");
@@ -77,6 +107,17 @@ TEST_F(Wireless, AnUnknownMacModeReadsAsANewEmptyText) {
   EXPECT_EQ(kit::read("wl_macmode"), "");
   world().nvram["wl0_macmode"] = "";
   EXPECT_EQ(kit::read("wl_macmode"), "");
+}
+
+TEST_F(Wireless, AWordThatOnlyBeginsLikeAModeIsNone) {
+  for (const char* word : {"disabledx", "deny ", "allowed", "allo"}) {
+    world().nvram["wl0_macmode"] = word;
+    EXPECT_EQ(kit::read("wl_macmode"), "") << word;
+  }
+  for (const char* word : {"enabledx", "enabled ", "enable"}) {
+    world().nvram["wl0_wep"] = word;
+    EXPECT_EQ(kit::read("wl_wep"), "0") << word;
+  }
 }
 
 TEST_F(Wireless, WepIsStoredAsAWord) {
@@ -115,6 +156,15 @@ TEST_F(Wireless, SettingAMacRuleJoinsTheList) {
                                    "nvram_set wl0_maclist=00:11:22:33:44:55",
                                    "nvram_set wl0_macrule2=66:77:88:99:AA:BB",
                                    "nvram_set wl0_maclist=00:11:22:33:44:55 66:77:88:99:AA:BB"}));
+}
+
+TEST_F(Wireless, ARuleThatIsStoredEmptyHasNoPlaceInTheList) {
+  for (const char* empty : {"wl_macrule0", "wl_macrule2", "wl_macrule7"}) {
+    kit::write(empty, "");
+  }
+  kit::write("wl_macrule1", "00:11:22:33:44:55");
+  kit::write("wl_macrule3", "66:77");
+  EXPECT_EQ(world().nvram["wl0_maclist"], "00:11:22:33:44:55 66:77");
 }
 
 TEST_F(Wireless, TheListOfAUnitHoldsItsOwnRules) {

@@ -94,9 +94,13 @@ bool Partition::write(const std::string& content) {
 }
 
 bool read_device_file(const std::string& path, std::string& content) {
-  std::ifstream file(device_path(path.c_str()), std::ios::binary);
-  content.assign(std::istreambuf_iterator<char>(file), {});
-  return file.is_open() && !file.bad();
+  try {
+    std::ifstream file(device_path(path.c_str()), std::ios::binary);
+    content.assign(std::istreambuf_iterator<char>(file), {});
+    return file.is_open();
+  } catch (const std::ios_base::failure&) { // a folder, for one
+    return false;
+  }
 }
 
 bool write_device_file(const std::string& path, const std::string& content) {

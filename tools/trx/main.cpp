@@ -28,10 +28,15 @@ int failed(const std::string& what, const std::string& reason) {
   return kNotDone;
 }
 
+// What cannot be read to its end, as a folder, is not read: the stream would throw.
 std::optional<std::string> read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string content{std::istreambuf_iterator<char>(file), {}};
-  return file.is_open() && !file.bad() ? std::optional(content) : std::nullopt;
+  try {
+    std::ifstream file(path, std::ios::binary);
+    std::string content{std::istreambuf_iterator<char>(file), {}};
+    return file.is_open() ? std::optional(content) : std::nullopt;
+  } catch (const std::ios_base::failure&) {
+    return std::nullopt;
+  }
 }
 
 int make(const Options& options) {

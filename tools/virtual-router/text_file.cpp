@@ -26,10 +26,14 @@ void write_with(const std::string& path, const std::string& content, std::ios::o
 } // namespace
 
 std::optional<std::string> read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file)
+  try {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+      return std::nullopt;
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  } catch (const std::ios_base::failure&) { // a folder, or the /proc file of a process that ended
     return std::nullopt;
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  }
 }
 
 void replace_file(const std::string& path, const std::string& content) {

@@ -60,6 +60,12 @@ TEST_F(FlashTools, AFileThatIsNotThereIsAFailure) {
   expect_untouched();
 }
 
+TEST_F(FlashTools, AFolderInTheFilesPlaceIsAFailure) {
+  EXPECT_EQ(mtd_tools::mtd({"upgrade_trx", "/tmp", "linux"}), 1);
+  EXPECT_EQ(mtd_tools::nvram_mtd_write({"/tmp", "linux"}), 1);
+  expect_untouched();
+}
+
 TEST_F(FlashTools, APartitionIsFoundByItsExactName) {
   EXPECT_EQ(mtd_tools::mtd({"upgrade_trx", "/tmp/firmware.download", "inux"}), 1);
   expect_untouched();

@@ -132,6 +132,8 @@ TEST_F(Mktrx, TellsWrongUseFromFailure) {
   EXPECT_EQ(run("make absent -o image.trx"), 1);
   EXPECT_EQ(run("make part -o absent/image.trx"), 1);
   EXPECT_EQ(run("check absent"), 1);
+  EXPECT_EQ(run("check ."), 1);
+  EXPECT_EQ(run("make . -o image.trx"), 1);
 }
 
 // A program that is not of this project reads the image as it was meant.

@@ -52,6 +52,12 @@ TEST(DeviceFolderTest, AFolderWithSomethingElseInItIsLeftAlone) {
   EXPECT_TRUE(fs::exists(other + "/tmp/letter"));
 }
 
+TEST(TextFileTest, WhatCannotBeReadIsNothing) {
+  const DeviceFolder folder("");
+  EXPECT_EQ(read_file(folder.path("/tmp/absent")), std::nullopt);
+  EXPECT_EQ(read_file(folder.path("/tmp")), std::nullopt);
+}
+
 TEST(DeviceFolderTest, TwoRoutersNeverShareAFolder) {
   const DeviceFolder first("");
   EXPECT_THROW(DeviceFolder{first.root()}, std::runtime_error);
