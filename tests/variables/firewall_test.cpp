@@ -2,6 +2,8 @@
 
 #include "tests/variables/kit.h"
 
+#include <malloc.h>
+
 using fake::world;
 using kit::Texts;
 
@@ -130,6 +132,16 @@ TEST_F(Firewall, WithoutMemoryForItsTextARuleHasNone) {
     good_reallocs = -1;
   }
   EXPECT_EQ(kit::read("firewall_access_rule0"), kAccess);
+}
+
+TEST_F(Firewall, ATextThatCannotGrowIsFreed) {
+  kit::write("firewall_access_rule0", kAccess);
+  world().nvram["firewall_access0_indev"] = std::string(1 << 20, 'x');
+  const std::size_t before = mallinfo2().hblkhd; // bytes of blocks so large that they are mapped
+  good_reallocs = 1;
+  EXPECT_EQ(kit::read("firewall_access_rule0"), "<null>");
+  good_reallocs = -1;
+  EXPECT_EQ(mallinfo2().hblkhd, before);
 }
 
 TEST_F(Firewall, AValueLongerThanAnyDatagramIsRefused) {
