@@ -1,4 +1,4 @@
-"""What can be changed in a source: finds the expressions and rewrites them into calls of mutant.h."""
+"""What can be changed in a source: finds the expressions, rewrites them into calls of mutant.h."""
 import bisect, os, re, sys
 from clang.cindex import CursorKind as K, TypeKind as T
 
@@ -34,7 +34,7 @@ class Mutant:
         self.was, self.becomes = " ".join(was.split()), " ".join(becomes.split())
         self.edits, self.replace = edits, replace
         self.number = 0
-        self.constexpr = ""
+        self.function, self.constexpr = "", False
         self.state = "survived"
 
     def change(self):
@@ -110,7 +110,9 @@ class Finder:
 
     def source_of(self, cursor):
         file = cursor.location.file
-        return self.sources.get(os.path.relpath(os.path.realpath(file.name), self.tree)) if file else None
+        if not file:
+            return None
+        return self.sources.get(os.path.relpath(os.path.realpath(file.name), self.tree))
 
     def declaration(self, cursor):
         if cursor.kind in FUNCTIONS:
@@ -119,7 +121,8 @@ class Finder:
         elif cursor.kind == K.VAR_DECL:
             self.constant(cursor)
         elif cursor.kind == K.FIELD_DECL:
-            self.variable(cursor, {"source": self.source_of(cursor), "type": None, "constexpr": ""})
+            self.variable(cursor, {"source": self.source_of(cursor), "type": None,
+                                   "function": cursor.spelling, "constexpr": False})
         elif cursor.kind not in UNTOUCHED:
             for child in cursor.get_children():
                 self.declaration(child)
@@ -132,7 +135,8 @@ class Finder:
             return
         source.seen.add((start, end))
         context = {"source": source, "type": cursor.result_type.get_canonical(),
-                   "constexpr": cursor.spelling if re.search(r"\bconstexpr\b", head) else ""}
+                   "function": cursor.spelling,
+                   "constexpr": bool(re.search(r"\bconstexpr\b", head))}
         for child in cursor.get_children():
             if child.kind != K.PARM_DECL:
                 self.visit(child, cursor, context)
@@ -145,7 +149,8 @@ class Finder:
         if key in source.seen:
             return
         source.seen.add(key)
-        is_number = cursor.type.get_canonical().kind in INTEGERS and cursor.type.is_const_qualified()
+        is_number = (cursor.type.get_canonical().kind in INTEGERS
+                     and cursor.type.is_const_qualified())
 
         def collect(at):
             start, end = at.extent.start.offset, at.extent.end.offset
@@ -156,6 +161,7 @@ class Finder:
                     becomes = {"true": "false", "false": "true"}.get(text, f"({text} + 1)")
                     mutant = Mutant(source.path, start, end, text, becomes.strip("()"),
                                     replace=becomes)
+                    mutant.function = cursor.spelling
                     self.constants.append((key if is_number else None, mutant))
             if at.kind not in UNTOUCHED:
                 for child in at.get_children():
@@ -213,7 +219,7 @@ class Finder:
             return
         source.seen.add(key)
         mutant = Mutant(source.path, start, end, source.text[start:end], becomes, edits)
-        mutant.constexpr = context["constexpr"]
+        mutant.function, mutant.constexpr = context["function"], context["constexpr"]
         source.mutants.append(mutant)
 
     def wrap(self, context, start, end, becomes, name, cast=""):
@@ -226,7 +232,8 @@ class Finder:
         if len(children) != 2:
             return None
         left, right = children[0].extent.end.offset, children[1].extent.start.offset
-        between = re.sub(r"//[^\n]*|/\*.*?\*/", lambda m: " " * len(m.group()), source.text[left:right])
+        between = re.sub(r"//[^\n]*|/\*.*?\*/", lambda m: " " * len(m.group()),
+                         source.text[left:right])
         found = re.fullmatch(r"\s*([-+*/%<>=!&|^]+)\s*", between)
         return (found.group(1), left + found.start(1)) if found else None
 
@@ -261,7 +268,8 @@ class Finder:
             self.add(context, start, end, text(swapped), edits)
         elif name in OPERATORS or name in ASSIGNMENTS:
             helper, becomes = {**OPERATORS, **ASSIGNMENTS}[name]
-            pointers = [c.type.get_canonical().kind in (T.POINTER, T.CONSTANTARRAY) for c in children]
+            pointers = [c.type.get_canonical().kind in (T.POINTER, T.CONSTANTARRAY)
+                        for c in children]
             if name in "+-" and (pointers[1] or (name == "-" and all(pointers))):
                 return
             self.add(context, start, end, text(becomes),
@@ -319,7 +327,7 @@ class Finder:
         begin = end = cursor.extent.start.offset
         if cursor.kind in HEADED:
             begin, end = self.head(source, cursor)
-        constant_if = cursor.kind == K.IF_STMT and "constexpr" in source.text[cursor.extent.start.offset:begin]
+        constant_if = "constexpr" in source.text[cursor.extent.start.offset:begin]
         for child in children:
             at, to = child.extent.start.offset, child.extent.end.offset
             if not child.kind.is_expression():
@@ -333,7 +341,7 @@ class Finder:
                     self.condition(child, context)
             elif cursor.kind == K.DO_STMT and source.before(at) == "(":
                 self.condition(child, context)
-            elif source.after(to) == ";" and not (cursor.kind == K.CASE_STMT and child == children[0]):
+            elif source.after(to) == ";" and (cursor.kind != K.CASE_STMT or child != children[0]):
                 self.statement(child, context)
 
     def statement(self, cursor, context):

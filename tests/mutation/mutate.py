@@ -161,10 +161,11 @@ def measure(pool, tests, count):
 # Telling ----------------------------------------------------------------------------------------
 
 def name_all(mutants, sources):
-    """A key that outlives edits elsewhere: file, line's text, change, and a count of equal ones."""
+    """A key that outlives edits elsewhere: file, function, line, change, and a count of equals."""
     counts = collections.Counter()
     for mutant in sorted(mutants, key=lambda m: (m.file, m.start, -m.end)):
-        key = f"{mutant.file} | {sources[mutant.file].line_text(mutant.start)} | {mutant.change()}"
+        text = sources[mutant.file].line_text(mutant.start)
+        key = f"{mutant.file} | {mutant.function} | {text} | {mutant.change()}"
         counts[key] += 1
         mutant.key = key if counts[key] == 1 else f"{key} #{counts[key]}"
 
