@@ -23,6 +23,14 @@ TEST(Numbers, ADecimalNumberIsReadUpToItsLastDigit) {
   EXPECT_STREQ(end, "abc");
 }
 
+TEST(Numbers, TheCharacterBehindNineIsNoDigit) {
+  const char* end = nullptr;
+  std::uint32_t value = 0;
+  EXPECT_EQ(atoul("12:34", &end, 10, &value), 0);
+  EXPECT_EQ(value, 12U);
+  EXPECT_STREQ(end, ":34");
+}
+
 TEST(Numbers, ATextWithoutDigitsGivesZeroAndAFailure) {
   EXPECT_EQ(number("", -1), 0U);
   EXPECT_EQ(number("x1", -1), 0U);
