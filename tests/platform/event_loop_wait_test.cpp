@@ -6,10 +6,12 @@
 #include "platform/common/loop.h"
 #include "tests/platform/loop_clock.h"
 
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -250,6 +252,85 @@ TEST_F(LoopWaits, DescriptorZeroMayBeWatched) {
                 0, [](FdDescriptor*) { return 0; }, nullptr),
             0);
   EXPECT_EQ(unregister_fd_desc(0), 0);
+}
+
+// Connections ------------------------------------------------------------------------------------
+
+/// A listening socket at which so many peers wait; the platform accepts them.
+class Server {
+public:
+  explicit Server(int peers) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un any{AF_UNIX, {}}; // a name of the kernel's choice
+    EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&any), sizeof(sa_family_t)), 0);
+    EXPECT_EQ(listen(fd_, peers), 0);
+    sockaddr_un name{};
+    socklen_t length = sizeof name;
+    EXPECT_EQ(getsockname(fd_, reinterpret_cast<sockaddr*>(&name), &length), 0);
+    for (int i = 0; i < peers; i++) {
+      peers_.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      EXPECT_EQ(connect(peers_.back(), reinterpret_cast<const sockaddr*>(&name), length), 0);
+    }
+    EXPECT_EQ(register_fd_desc(
+                  fd_,
+                  [](FdDescriptor* descriptor) {
+                    auto* self = static_cast<Server*>(descriptor->arg);
+                    self->accepted = net_accept(static_cast<int>(descriptor->fd), nullptr, nullptr);
+                    self->calls++;
+                    EXPECT_EQ(net_close(self->accepted), 0);
+                    return -1; // accepted, and of no use
+                  },
+                  this),
+              0);
+  }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+  ~Server() {
+    unregister_fd_desc(fd_);
+    close(fd_);
+    for (const int peer : peers_) {
+      close(peer);
+    }
+  }
+
+  int calls = 0;
+  int accepted = -1;
+
+private:
+  int fd_;
+  std::vector<int> peers_;
+};
+
+TEST_F(LoopWaits, AConnectionThatWasAcceptedSparesItsServerTheRest) {
+  Server server(2);
+  pass(0);
+  pass(0);
+  EXPECT_EQ(server.calls, 2);
+}
+
+TEST_F(LoopWaits, AConnectionMayHaveTheNumberZero) {
+  Server server(2);
+  const int saved = fcntl(0, F_DUPFD_CLOEXEC, 100);
+  close(0);
+  pass(0);
+  EXPECT_EQ(server.accepted, 0);
+  pass(0);
+  EXPECT_EQ(server.calls, 2);
+  dup2(saved, 0);
+  close(saved);
+}
+
+// The rest of the sockets' services
+// ----------------------------------------------------------------
+
+TEST(Sockets, ASendIsOrdinaryDataAndTellsItsLength) {
+  Pipe pipe(leave_it);
+  EXPECT_EQ(net_send(pipe.fd(), "abc", 3, 0), 3);
+}
+
+TEST(Sockets, ClosingTellsWhetherThereWasSomethingToClose) {
+  const int fd = net_socket(AF_UNIX, SOCK_DGRAM, 0);
+  EXPECT_EQ(net_close(fd), 0);
+  EXPECT_EQ(net_close(fd), -1);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "platform/common/memory.h"
 #include "platform/common/monotonic.h"
 #include "tests/platform/device_fixture.h"
+#include "tests/platform/failing_sync.h"
 
 #include <cerrno>
 #include <climits>
@@ -12,16 +13,17 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace {
+namespace sync_test {
 
-bool sync_fails = false;
+int syncs_before_failure = -1;
 
-} // namespace
+} // namespace sync_test
 
 extern "C" {
 int __real_fsync(int fd);
 int __wrap_fsync(int fd) {
-  return sync_fails ? -1 : __real_fsync(fd);
+  int& left = sync_test::syncs_before_failure;
+  return left < 0 || left-- > 0 ? __real_fsync(fd) : -1;
 }
 }
 
@@ -114,9 +116,9 @@ TEST_F(Folders, AFoldersNameOfAnyLengthIsRefused) {
 }
 
 TEST_F(Folders, AFolderThatCannotBeWrittenDownIsNotLasting) {
-  sync_fails = true;
+  sync_test::syncs_before_failure = 0;
   EXPECT_FALSE(rcmd::sync_folder(path("tmp/file").c_str()));
-  sync_fails = false;
+  sync_test::syncs_before_failure = -1;
 }
 
 // The clock --------------------------------------------------------------------------------------
