@@ -195,6 +195,33 @@ TEST_F(Store, AValueLargerThanTheWholeFileIsStored) {
   EXPECT_EQ(get(later, "large"), large);
 }
 
+TEST_F(Store, FilesThatWereLeftBehindAreUnmapped) {
+  const auto mappings = [] {
+    const std::string working = folder() / "run/nvram";
+    std::ifstream maps("/proc/self/maps");
+    int count = 0;
+    for (std::string line; std::getline(maps, line);) {
+      count += line.find(working) != std::string::npos ? 1 : 0;
+    }
+    return count;
+  };
+  const int before = mappings(); // the store of the interface may have one
+  NvramStore writer;
+  NvramStore reader;
+  for (int i = 0; i < 50; i++) { // a new file every other time
+    ASSERT_EQ(writer.set("a", std::string(30'000 + static_cast<std::size_t>(i), 'x').c_str()), 0);
+    ASSERT_EQ(get(reader, "a").size(), 30'000U + static_cast<std::size_t>(i));
+    EXPECT_EQ(mappings(), before + 2);
+  }
+}
+
+TEST_F(Store, AnInterruptionOfLongAgoDoesNotHoldAWriterUp) {
+  NvramStore store;
+  ASSERT_EQ(store.set("a", "1"), 0);
+  errno = EINTR;
+  EXPECT_EQ(store.set("a", "2"), 0);
+}
+
 TEST_F(Store, AChangeIsSeenByAnotherProcessAtOnce) {
   NvramStore store;
   store.set("x", "1");
