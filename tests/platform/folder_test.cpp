@@ -1,15 +1,12 @@
-// Files and the folders that they lie in, the machine's clock, and its free memory.
+// Files and the folders that they lie in.
 
 #include "platform/common/folder.h"
 
-#include "platform/common/memory.h"
-#include "platform/common/monotonic.h"
 #include "tests/platform/device_fixture.h"
 #include "tests/platform/failing_sync.h"
 
 #include <cerrno>
 #include <climits>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -110,6 +107,16 @@ TEST_F(Folders, AFoldersNameMayHaveOneCharacter) {
   std::filesystem::current_path(before);
 }
 
+TEST_F(Folders, AFileWithoutAFolderInItsNameHasNone) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::create_directory(folder() / "f");
+  std::filesystem::current_path(folder());
+  EXPECT_FALSE(rcmd::sync_folder("file"));
+  EXPECT_TRUE(rcmd::sync_folder(path("tmp/file").c_str()));
+  EXPECT_FALSE(rcmd::sync_folder("file")) << "not even the one asked for before";
+  std::filesystem::current_path(before);
+}
+
 TEST_F(Folders, AFoldersNameOfAnyLengthIsRefused) {
   const std::string longer = "/" + std::string(3 * PATH_MAX, 'x') + "/file";
   EXPECT_FALSE(rcmd::sync_folder(longer.c_str()));
@@ -119,59 +126,6 @@ TEST_F(Folders, AFolderThatCannotBeWrittenDownIsNotLasting) {
   sync_test::syncs_before_failure = 0;
   EXPECT_FALSE(rcmd::sync_folder(path("tmp/file").c_str()));
   sync_test::syncs_before_failure = -1;
-}
-
-// The clock --------------------------------------------------------------------------------------
-
-std::int64_t machine_ms() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
-TEST(MonotonicClock, IsTheMachinesToTheMillisecond) {
-  for (int i = 0; i < 200'000; i++) {
-    const std::int64_t before = machine_ms();
-    const std::int64_t now = rcmd::monotonic_ms();
-    const std::int64_t behind = machine_ms();
-    ASSERT_GE(now, before);
-    ASSERT_LE(now, behind);
-  }
-}
-
-// Free memory ------------------------------------------------------------------------------------
-
-// The figure of a line of the kernel's memory file.
-std::uint32_t kernel_figure(const std::string& label) {
-  std::ifstream file("/proc/meminfo");
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with(label)) {
-      return static_cast<std::uint32_t>(std::stoul(line.substr(label.size())));
-    }
-  }
-  return 0;
-}
-
-TEST(AvailableMemory, IsWhatIsFreeAndTheCacheThatIsNotShared) {
-  const auto by_the_kernel = [] {
-    return kernel_figure("MemFree:") + kernel_figure("Buffers:") + kernel_figure("Cached:") -
-           kernel_figure("Shmem:");
-  };
-  for (int attempt = 0; attempt < 1000; attempt++) {
-    const std::uint32_t before = by_the_kernel();
-    std::uint32_t kilobytes = 0;
-    ASSERT_TRUE(rcmd::available_memory_kb(&kilobytes));
-    if (by_the_kernel() == before) {
-      EXPECT_EQ(kilobytes, before);
-      return;
-    }
-  }
-  GTEST_SKIP() << "the machine's memory never stood still";
-}
-
-TEST(AvailableMemory, SufficesToItsLastByte) {
-  EXPECT_EQ(rcmd::memory_suffices(2048, 2), 1);
-  EXPECT_EQ(rcmd::memory_suffices(2049, 2), 0);
 }
 
 } // namespace
