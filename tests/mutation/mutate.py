@@ -21,6 +21,7 @@ ROOT = os.path.dirname(os.path.dirname(HERE))
 EQUIVALENT = os.path.join(HERE, "equivalent.txt")
 WORK = f"/var/tmp/rcmd-mutate.{os.getuid()}"  # one path for all runs, so that ccache knows it
 TREE, BUILD = WORK + "/tree", WORK + "/build"
+PLACES = ["/tmp", "/dev/shm"]
 AT_ONCE = 2
 MEMORY_BYTES = 4_000_000 * 1024
 SHORTEST_TIMEOUT_S = 5
@@ -75,8 +76,9 @@ def build_all(sources, targets):
         result = build(targets)
         if result.returncode == 0:
             return
-        places = set(re.findall(r"tree/([-\w/]+\.(?:cpp|h)):(\d+)", "\n".join(
-            line for line in result.stdout.splitlines() if re.search(r"error|required from", line))))
+        complaints = [line for line in result.stdout.splitlines()
+                      if re.search(r"error|required from", line)]
+        places = set(re.findall(r"tree/([-\w/]+\.(?:cpp|h)):(\d+)", "\n".join(complaints)))
         touched = set()
         for path, line in places:
             source = sources.get(path)
@@ -95,13 +97,14 @@ def build_all(sources, targets):
 # Running ----------------------------------------------------------------------------------------
 
 def enter_rooms_of_its_own():
-    """A worker's own network with a loopback, and its own /tmp."""
+    """A worker's own network with a loopback, and its own places for temporary files."""
     libc = ctypes.CDLL(None, use_errno=True)
     new_mounts, new_network = 0x00020000, 0x40000000
     recursive, private = 0x4000, 1 << 18
     if (libc.unshare(new_mounts | new_network) != 0
             or libc.mount(b"none", b"/", None, recursive | private, None) != 0
-            or libc.mount(b"tmpfs", b"/tmp", b"tmpfs", 0, b"size=1g") != 0):
+            or any(libc.mount(b"tmpfs", place.encode(), b"tmpfs", 0, b"size=512m") != 0
+                   for place in PLACES)):
         raise OSError(ctypes.get_errno(), "no namespace of its own")
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
         set_flags, up_and_running = 0x8914, 0x41
@@ -127,15 +130,14 @@ def run_test(name, number, timeout_s, reached=None):
         ).returncode == 0
     except subprocess.TimeoutExpired:
         passed = False
-    for left in os.listdir("/tmp"):
-        path = os.path.join("/tmp", left)
+    for path in [os.path.join(place, left) for place in PLACES for left in os.listdir(place)]:
         shutil.rmtree(path, ignore_errors=True) if os.path.isdir(path) else os.unlink(path)
     return passed, time.monotonic() - began
 
 
 def first_that_fails(tests, number, times):
     for name in tests:
-        if not run_test(name, number, max(SHORTEST_TIMEOUT_S, 10 * times[name]))[0]:
+        if not run_test(name, number, max(SHORTEST_TIMEOUT_S, 5 * times[name]))[0]:
             return name
     return None
 
@@ -221,6 +223,7 @@ def main():
     parser.add_argument("folders", nargs="*", metavar="FOLDER", help=" ".join(FOLDERS))
     parser.add_argument("--alone", type=int, default=20, metavar="N",
                         help="build so many changed constants and table rows per folder (20)")
+    parser.add_argument("--list", action="store_true", help="only tell what can be changed")
     parser.add_argument("--only", metavar="REGEX", help="only what matches, of FILE:LINE: KEY")
     arguments = parser.parse_args()
     folders = arguments.folders or FOLDERS
@@ -260,6 +263,10 @@ def check(folders, arguments):
     name_all(mutants + alone, sources)
     chosen = lambda m: not arguments.only or re.search(
         arguments.only, f"{m.file}:{sources[m.file].line(m.start)}: {m.key}")
+    if arguments.list:
+        for mutant in filter(chosen, mutants + alone):
+            print(f"{mutant.file}:{sources[mutant.file].line(mutant.start)}: {mutant.key}")
+        return
     print(f"{len(mutants)} changes, {len(alone)} that need a build each; building", flush=True)
 
     tests = {folder: tests_of(folder) for folder in folders}

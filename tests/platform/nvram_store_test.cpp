@@ -12,6 +12,7 @@
 #include <random>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <vector>
 
@@ -38,6 +39,17 @@ protected:
                   &found),
               0);
     return found;
+  }
+
+  /// How many working copies this process has mapped, replaced ones included.
+  static int mappings() {
+    const std::string working = folder() / "run/nvram";
+    std::ifstream maps("/proc/self/maps");
+    int count = 0;
+    for (std::string line; std::getline(maps, line);) {
+      count += line.find(working) != std::string::npos ? 1 : 0;
+    }
+    return count;
   }
 
   /// What a restart of the device leaves: the working copy is gone.
@@ -196,15 +208,6 @@ TEST_F(Store, AValueLargerThanTheWholeFileIsStored) {
 }
 
 TEST_F(Store, FilesThatWereLeftBehindAreUnmapped) {
-  const auto mappings = [] {
-    const std::string working = folder() / "run/nvram";
-    std::ifstream maps("/proc/self/maps");
-    int count = 0;
-    for (std::string line; std::getline(maps, line);) {
-      count += line.find(working) != std::string::npos ? 1 : 0;
-    }
-    return count;
-  };
   const int before = mappings(); // the store of the interface may have one
   NvramStore writer;
   NvramStore reader;
@@ -213,6 +216,40 @@ TEST_F(Store, FilesThatWereLeftBehindAreUnmapped) {
     ASSERT_EQ(get(reader, "a").size(), 30'000U + static_cast<std::size_t>(i));
     EXPECT_EQ(mappings(), before + 2);
   }
+}
+
+TEST_F(Store, ADamagedWorkingCopyIsUnmapped) {
+  write("run/nvram", std::string(70'000, 'z'));
+  const int before = mappings();
+  NvramStore store;
+  EXPECT_EQ(store.get("a"), nullptr);
+  EXPECT_EQ(mappings(), before + 1);
+}
+
+TEST_F(Store, AChangeThroughAFileThatAnotherMadeKeepsIt) {
+  const auto file = [] {
+    struct stat facts {};
+    EXPECT_EQ(stat((folder() / "run/nvram").c_str(), &facts), 0);
+    return facts.st_ino;
+  };
+  NvramStore maker;
+  ASSERT_EQ(maker.set("a", "1"), 0);
+  const ino_t made = file();
+  NvramStore other;
+  EXPECT_EQ(other.set("a", "2"), 0);
+  EXPECT_EQ(other.set("a", "3"), 0);
+  EXPECT_EQ(file(), made);
+}
+
+TEST_F(Store, AFileThatTookThePlaceOfARemovedOneIsWrittenByAll) {
+  NvramStore before;
+  ASSERT_EQ(before.set("a", "1"), 0);
+  restart();
+  NvramStore behind;
+  ASSERT_EQ(behind.set("b", "2"), 0);
+  EXPECT_EQ(before.set("a", "3"), 0);
+  EXPECT_EQ(get(behind, "a"), "3");
+  EXPECT_EQ(get(before, "b"), "2");
 }
 
 TEST_F(Store, AnInterruptionOfLongAgoDoesNotHoldAWriterUp) {
