@@ -57,12 +57,13 @@ TEST(Ownership, DescriptorZeroIsOneAndMinusOneIsNone) {
 }
 
 TEST(Ownership, ATextIsFreedAtTheEndOfItsScope) {
-  const std::size_t before = mallinfo2().hblkhd; // bytes of blocks so large that they are mapped
+  const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::size_t before = in_use();
   {
     const OwnedText owner(static_cast<char*>(std::malloc(4 << 20)));
     EXPECT_NE(owner.get(), nullptr);
   }
-  EXPECT_EQ(mallinfo2().hblkhd, before);
+  EXPECT_LT(in_use(), before + (1 << 20));
 }
 
 TEST(Ownership, ATextThatIsGivenUpIsNobodysAnyMore) {

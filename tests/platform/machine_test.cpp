@@ -142,12 +142,28 @@ TEST_F(MachineMemory, WithoutTheTotalOrTheFreeOnesThereIsNoAnswer) {
   EXPECT_FALSE(rcmd::available_memory_kb(&kilobytes));
 }
 
-TEST_F(MachineMemory, NothingOfALongerFileIsLeftBehindAShorterOne) {
-  is("MemTotal:  1000 kB\nMemFree:  300 kB\nBuffers:  20 kB\nCached:  400 kB\nShmem:  50 kB\n");
-  EXPECT_EQ(info().shared, 50U);
-  is("MemTotal:  1000 kB\nMemFree:  300 kB");
-  EXPECT_EQ(info().shared, 0U);
-  EXPECT_EQ(info().free, 300U);
+// Nothing but the two readings may touch the stack in between: an older one must not shine through.
+TEST_F(MachineMemory, NothingOfALongerFileIsLeftBehindAShorterOneOrNone) {
+  const std::string longer = folder() / "longer";
+  const std::string shorter = folder() / "shorter";
+  const std::string none = folder() / "none";
+  write("longer", "MemTotal:  1000 kB\nMemFree:  300 kB\nBuffers:  20 kB\nShmem:  50 kB\n");
+  write("shorter", "MemTotal:  1000 kB\nMemFree:  300 kB");
+  MemoryInfo first{};
+  MemoryInfo second{};
+  MemoryInfo third{};
+  stand_in = longer;
+  const int first_result = memory_info(&first);
+  stand_in = shorter;
+  const int second_result = memory_info(&second);
+  stand_in = none;
+  const int third_result = memory_info(&third);
+  EXPECT_EQ(first_result, 0);
+  EXPECT_EQ(first.shared, 50U);
+  EXPECT_EQ(second_result, 0);
+  EXPECT_EQ(second.shared, 0U);
+  EXPECT_EQ(second.free, 300U);
+  EXPECT_EQ(third_result, -1);
 }
 
 TEST_F(MachineMemory, TheFirst2047BytesAreRead) {
