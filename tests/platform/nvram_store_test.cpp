@@ -218,6 +218,14 @@ TEST_F(Store, FilesThatWereLeftBehindAreUnmapped) {
   }
 }
 
+TEST_F(Store, AValueForWhichNoFileIsLargeEnoughIsRefused) {
+  NvramStore store;
+  ASSERT_EQ(store.set("a", "old"), 0);
+  EXPECT_EQ(store.set("a", std::string(20 << 20, 'x').c_str()), -1);
+  EXPECT_EQ(get(store, "a"), "old");
+  EXPECT_FALSE(std::filesystem::exists(folder() / "run/nvram.new"));
+}
+
 TEST_F(Store, ADamagedWorkingCopyIsUnmapped) {
   write("run/nvram", std::string(70'000, 'z'));
   const int before = mappings();
@@ -250,6 +258,20 @@ TEST_F(Store, AFileThatTookThePlaceOfARemovedOneIsWrittenByAll) {
   EXPECT_EQ(before.set("a", "3"), 0);
   EXPECT_EQ(get(behind, "a"), "3");
   EXPECT_EQ(get(before, "b"), "2");
+}
+
+TEST_F(Store, AWalkAndACommitUnmapWhatTheyLeaveBehind) {
+  const int before = mappings();
+  NvramStore writer;
+  NvramStore walker;
+  NvramStore committer;
+  writer.set("a", "1");
+  all(walker);
+  ASSERT_EQ(committer.set("b", "1"), 0);
+  writer.set("a", std::string(200'000, 'x').c_str()); // a new file
+  EXPECT_EQ(all(walker).size(), 2U);
+  EXPECT_EQ(committer.commit(), 0);
+  EXPECT_EQ(mappings(), before + 3);
 }
 
 TEST_F(Store, AnInterruptionOfLongAgoDoesNotHoldAWriterUp) {
