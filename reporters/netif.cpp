@@ -228,7 +228,6 @@ void read_interfaces(std::FILE* file, int fd) {
       std::strstr(line, "compressed") != nullptr ? read_new_format : read_old_format;
   NetIf** tail = &interface_list;
   while (std::fgets(line, sizeof line, file) != nullptr) {
-    line[std::strcspn(line, "\n")] = '\0';
     char* colon = std::strrchr(line, ':');
     Counters counters;
     if (colon == nullptr || !read_counters(colon + 1, counters)) {

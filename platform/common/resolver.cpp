@@ -22,9 +22,6 @@ bool is_name_character(char c) {
 /// Letters, digits, '-' and '_' in labels of 1 to 63 characters; one dot may stand at the end.
 bool is_host_name(const char* text) {
   const size_t length = strlen(text);
-  if (length == 0 || length > kMaxName + 1) {
-    return false;
-  }
   size_t label = 0;
   for (size_t i = 0; i <= length; i++) {
     const char c = text[i];

@@ -1,8 +1,10 @@
 #include "core/owned.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <type_traits>
 
 using namespace rcmd;
@@ -52,6 +54,16 @@ TEST(Ownership, DescriptorZeroIsOneAndMinusOneIsNone) {
   }
   EXPECT_FALSE(is_open(0));
   ASSERT_EQ(open_something(), 0); // standard input's place stays taken
+}
+
+TEST(Ownership, ATextIsFreedAtTheEndOfItsScope) {
+  const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::size_t before = in_use();
+  {
+    const OwnedText owner(static_cast<char*>(std::malloc(4 << 20)));
+    EXPECT_NE(owner.get(), nullptr);
+  }
+  EXPECT_LT(in_use(), before + (1 << 20));
 }
 
 TEST(Ownership, ATextThatIsGivenUpIsNobodysAnyMore) {

@@ -45,4 +45,13 @@ TEST_F(Saying, ATextIsCutBehind9215Characters) {
   EXPECT_EQ(fake::world().console(), whole);
 }
 
+TEST_F(Saying, ATextThatCannotBeWrittenDownIsEmpty) {
+  debug = 1;
+  diag("before");
+  diag("%ls", L"\x263A"); // no character of the plain locale
+  EXPECT_EQ(fake::world().diagnostics(), "before");
+  EXPECT_TRUE(console("%ls", L"\x263A"));
+  EXPECT_EQ(fake::world().console(), "");
+}
+
 } // namespace

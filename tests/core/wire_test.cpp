@@ -40,4 +40,25 @@ TEST(WireIntegers, AreWrittenInTheirOwnOrder) {
   EXPECT_TRUE(is(little32, "\xC4\xD3\xE2\xF1"));
 }
 
+TEST(WireIntegers, AreWrittenWithoutTouchingWhatFollowsThem) {
+  struct {
+    be16 big16;
+    std::uint8_t behind_big16;
+    be32 big32;
+    std::uint8_t behind_big32;
+    le16 little16;
+    std::uint8_t behind_little16;
+    le32 little32;
+    std::uint8_t behind_little32;
+  } record{{}, 0x5A, {}, 0x5A, {}, 0x5A, {}, 0x5A};
+  record.big16 = 0xF1E2;
+  record.big32 = 0xF1E2D3C4U;
+  record.little16 = 0xF1E2;
+  record.little32 = 0xF1E2D3C4U;
+  EXPECT_EQ(record.behind_big16, 0x5A);
+  EXPECT_EQ(record.behind_big32, 0x5A);
+  EXPECT_EQ(record.behind_little16, 0x5A);
+  EXPECT_EQ(record.behind_little32, 0x5A);
+}
+
 } // namespace

@@ -2,6 +2,8 @@
 
 #include "tests/fake_platform/fixture.h"
 
+#include <cstdio>
+
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -95,6 +97,13 @@ TEST_F(BackupNvramInit, AFileWhoseSizeIsNoIntFails) {
   EXPECT_EQ(open_descriptors(), before);
 }
 
+TEST_F(BackupNvramInit, AFileWhoseSizeIsTheLargestIntIsMapped) {
+  world().write_file("/tmp/nvram.backup", kHead + "a=1\0"s);
+  std::filesystem::resize_file(world().path("/tmp/nvram.backup"), 2147483647); // sparse
+  EXPECT_EQ(rcmd::backup_nvram_init(), 0);
+  EXPECT_EQ(rcmd::nvram_backup_size, 2147483647);
+}
+
 TEST_F(BackupNvramInit, ToolsThatRunMeanwhileDoNotInheritTheImage) {
   world().write_file("/tmp/nvram.backup", kHead);
   ASSERT_EQ(rcmd::backup_nvram_init(), 0);
@@ -172,6 +181,22 @@ TEST_F(BackupNvramFini, ADescriptorOf0IsLeftOpen) {
     dup2(saved, 0);
     close(saved);
   }
+}
+
+TEST_F(BackupNvramFini, ADescriptorOf1IsClosedLikeAnyOther) {
+  world().write_file("/tmp/nvram.backup", kHead + "a=1\0"s);
+  std::fflush(stdout);
+  const int saved = fcntl(1, F_DUPFD_CLOEXEC, 100);
+  close(1);
+  const int result = rcmd::backup_nvram_init();
+  const int fd = rcmd::nvram_backup_fd;
+  rcmd::backup_nvram_fini();
+  const bool closed = fcntl(1, F_GETFD) < 0;
+  dup2(saved, 1);
+  close(saved);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(fd, 1);
+  EXPECT_TRUE(closed);
 }
 
 TEST_F(BackupNvramFini, BeforeTheFirstInitDoesNothing) {

@@ -282,6 +282,11 @@ TEST_F(DeskmgrReading, AResponseIsNoRequest) {
                           "unregister 1001"));
 }
 
+TEST_F(DeskmgrReading, BehindAResponseNothingIsLeftToAskAgainAbout) {
+  const int fd = connection();
+  EXPECT_EQ(read(fd, request("0001", "02")), 0);
+}
+
 TEST_F(DeskmgrReading, TheKindIsShownInBothNotations) {
   const int fd = connection();
   read(fd, request("0001", "fe"));

@@ -126,6 +126,16 @@ TEST_F(ScantoolsReceiving, AWrongMagicEndsTheService) {
               ElementsAre("console Unknown Packet\n", "close 1000", "unregister 1000"));
 }
 
+TEST_F(ScantoolsReceiving, BehindAFailedReadNothingIsLeftToAskAgainAbout) {
+  const int fd = server();
+  EXPECT_EQ(receive(fd, {}), 0);
+}
+
+TEST_F(ScantoolsReceiving, BehindAWrongMagicNothingIsLeftToAskAgainAbout) {
+  const int fd = server();
+  EXPECT_EQ(receive(fd, message("bb01")), 0);
+}
+
 TEST_F(ScantoolsReceiving, ABrokenConsoleStillClosesAndUnregisters) {
   const int fd = server();
   world().console_broken = true;

@@ -23,6 +23,14 @@ TEST(Numbers, ADecimalNumberIsReadUpToItsLastDigit) {
   EXPECT_STREQ(end, "abc");
 }
 
+TEST(Numbers, TheCharacterBehindNineIsNoDigit) {
+  const char* end = nullptr;
+  std::uint32_t value = 0;
+  EXPECT_EQ(atoul("12:34", &end, 10, &value), 0);
+  EXPECT_EQ(value, 12U);
+  EXPECT_STREQ(end, ":34");
+}
+
 TEST(Numbers, ATextWithoutDigitsGivesZeroAndAFailure) {
   EXPECT_EQ(number("", -1), 0U);
   EXPECT_EQ(number("x1", -1), 0U);
@@ -118,6 +126,39 @@ TEST_F(Resolver, WhatCanNeverBeAnAddressOrANameIsAnotherError) {
     EXPECT_FALSE(error_of(text).empty()) << text;
     EXPECT_NE(error_of(text), "name lookup failed") << text;
   }
+}
+
+constexpr char kNoName[] = "not a host name";
+constexpr char kUnknown[] = "name lookup failed"; // a name, but nobody's
+
+TEST_F(Resolver, ANameHasLettersDigitsDashesAndUnderlines) {
+  for (const char good : std::string("azAZ09-_")) {
+    EXPECT_EQ(error_of(std::string("x") + good + "x.example"), kUnknown) << good;
+  }
+  for (const char bad : std::string("`{@[/: ,")) {
+    EXPECT_EQ(error_of(std::string("x") + bad + "x.example"), kNoName) << bad;
+  }
+}
+
+TEST_F(Resolver, ANameMayHaveOneCharacterAndADotAtItsEnd) {
+  EXPECT_EQ(error_of("x"), kUnknown);
+  EXPECT_EQ(error_of("x."), kUnknown);
+  EXPECT_EQ(error_of("x.."), kNoName);
+}
+
+TEST_F(Resolver, ALabelDoesNotEndWithADash) {
+  EXPECT_EQ(error_of("rcm-"), kNoName);
+  EXPECT_EQ(error_of("rcm-.example"), kNoName);
+}
+
+TEST_F(Resolver, ANameHas253CharactersAtTheMostAndADotBehindThem) {
+  const std::string label = std::string(63, 'a') + ".";
+  const std::string longest = label + label + label + std::string(61, 'a');
+  ASSERT_EQ(longest.size(), 253U);
+  EXPECT_EQ(error_of(longest), kUnknown);
+  EXPECT_EQ(error_of(longest + "."), kUnknown);
+  EXPECT_EQ(error_of(longest + "a"), kNoName);
+  EXPECT_EQ(error_of(longest + "a."), kNoName);
 }
 
 } // namespace

@@ -14,6 +14,7 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <vector>
 
@@ -40,6 +41,17 @@ protected:
                   &found),
               0);
     return found;
+  }
+
+  /// How many working copies this process has mapped, replaced ones included.
+  static int mappings() {
+    const std::string working = folder() / "run/nvram";
+    std::ifstream maps("/proc/self/maps");
+    int count = 0;
+    for (std::string line; std::getline(maps, line);) {
+      count += line.find(working) != std::string::npos ? 1 : 0;
+    }
+    return count;
   }
 
   /// What a restart of the device leaves: the working copy is gone.
@@ -195,6 +207,80 @@ TEST_F(Store, AValueLargerThanTheWholeFileIsStored) {
   restart();
   NvramStore later;
   EXPECT_EQ(get(later, "large"), large);
+}
+
+TEST_F(Store, FilesThatWereLeftBehindAreUnmapped) {
+  const int before = mappings(); // the store of the interface may have one
+  NvramStore writer;
+  NvramStore reader;
+  for (int i = 0; i < 50; i++) { // a new file every other time
+    ASSERT_EQ(writer.set("a", std::string(30'000 + static_cast<std::size_t>(i), 'x').c_str()), 0);
+    ASSERT_EQ(get(reader, "a").size(), 30'000U + static_cast<std::size_t>(i));
+    EXPECT_EQ(mappings(), before + 2);
+  }
+}
+
+TEST_F(Store, AValueForWhichNoFileIsLargeEnoughIsRefused) {
+  NvramStore store;
+  ASSERT_EQ(store.set("a", "old"), 0);
+  EXPECT_EQ(store.set("a", std::string(20 << 20, 'x').c_str()), -1);
+  EXPECT_EQ(get(store, "a"), "old");
+  EXPECT_FALSE(std::filesystem::exists(folder() / "run/nvram.new"));
+}
+
+TEST_F(Store, ADamagedWorkingCopyIsUnmapped) {
+  write("run/nvram", std::string(70'000, 'z'));
+  const int before = mappings();
+  NvramStore store;
+  EXPECT_EQ(store.get("a"), nullptr);
+  EXPECT_EQ(mappings(), before + 1);
+}
+
+TEST_F(Store, AChangeThroughAFileThatAnotherMadeKeepsIt) {
+  const auto file = [] {
+    struct stat facts {};
+    EXPECT_EQ(stat((folder() / "run/nvram").c_str(), &facts), 0);
+    return facts.st_ino;
+  };
+  NvramStore maker;
+  ASSERT_EQ(maker.set("a", "1"), 0);
+  const ino_t made = file();
+  NvramStore other;
+  EXPECT_EQ(other.set("a", "2"), 0);
+  EXPECT_EQ(other.set("a", "3"), 0);
+  EXPECT_EQ(file(), made);
+}
+
+TEST_F(Store, AFileThatTookThePlaceOfARemovedOneIsWrittenByAll) {
+  NvramStore before;
+  ASSERT_EQ(before.set("a", "1"), 0);
+  restart();
+  NvramStore behind;
+  ASSERT_EQ(behind.set("b", "2"), 0);
+  EXPECT_EQ(before.set("a", "3"), 0);
+  EXPECT_EQ(get(behind, "a"), "3");
+  EXPECT_EQ(get(before, "b"), "2");
+}
+
+TEST_F(Store, AWalkAndACommitUnmapWhatTheyLeaveBehind) {
+  const int before = mappings();
+  NvramStore writer;
+  NvramStore walker;
+  NvramStore committer;
+  writer.set("a", "1");
+  all(walker);
+  ASSERT_EQ(committer.set("b", "1"), 0);
+  writer.set("a", std::string(200'000, 'x').c_str()); // a new file
+  EXPECT_EQ(all(walker).size(), 2U);
+  EXPECT_EQ(committer.commit(), 0);
+  EXPECT_EQ(mappings(), before + 3);
+}
+
+TEST_F(Store, AnInterruptionOfLongAgoDoesNotHoldAWriterUp) {
+  NvramStore store;
+  ASSERT_EQ(store.set("a", "1"), 0);
+  errno = EINTR;
+  EXPECT_EQ(store.set("a", "2"), 0);
 }
 
 TEST_F(Store, AChangeIsSeenByAnotherProcessAtOnce) {

@@ -193,6 +193,39 @@ TEST_F(VirtualDevice, AToolThatOverstaysItsTimeIsKilled) {
   EXPECT_LT(taken, std::chrono::seconds(10));
 }
 
+TEST_F(VirtualDevice, AnInterruptionOfLongAgoDoesNotPutOffTheEndOfATool) {
+  make_tool("slow", "exec /bin/sleep 5");
+  errno = EINTR;
+  EXPECT_EQ(eval({"slow"}, nullptr, 1), 128 + SIGKILL);
+}
+
+TEST_F(VirtualDevice, AnOutputFileIsMadeWithItsRights) {
+  make_tool("say", "echo said");
+  const mode_t before = umask(0);
+  EXPECT_EQ(eval({"say"}, ">/tmp/said"), 0);
+  umask(before);
+  struct stat facts {};
+  EXPECT_EQ(stat((folder() / "tmp/said").c_str(), &facts), 0);
+  EXPECT_EQ(facts.st_mode & 07777, 0644U);
+}
+
+TEST_F(VirtualDevice, AnOutputFileMayHaveTheDescriptorZero) {
+  make_tool("say", "echo said");
+  const int saved = fcntl(0, F_DUPFD_CLOEXEC, 100);
+  close(0);
+  const int status = eval({"say"}, ">/tmp/said");
+  dup2(saved, 0);
+  close(saved);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(read("tmp/said"), "said\n");
+}
+
+TEST_F(VirtualDevice, WithoutItsConsoleAToolMayWriteAllTheSame) {
+  std::filesystem::create_directory(folder() / "dev/console"); // which cannot be written
+  make_tool("say", "echo said || exit 7");
+  EXPECT_EQ(eval({"say"}, ">/dev/console"), 0);
+}
+
 TEST_F(VirtualDevice, AToolThatEndsInTimeIsNotKilled) {
   make_tool("quick", "exit 4");
   EXPECT_EQ(eval({"quick"}, nullptr, 60), 4);

@@ -58,6 +58,12 @@ TEST_F(Dispatcher, AnEmptyDatagramIsAFailedRead) {
   EXPECT_EQ(context.peer_addr.sin_port, 0);
 }
 
+TEST_F(Dispatcher, ADatagramOfOneByteIsAShortPacket) {
+  EXPECT_EQ(take({7}), -1);
+  EXPECT_EQ(world().diagnostics(), "too short packet .. \n");
+  EXPECT_EQ(context.rx_length, 1);
+}
+
 TEST_F(Dispatcher, AShortPacketLeavesItsSenderAndLength) {
   EXPECT_EQ(take(Bytes(35, 1), "10.9.8.7", 99), -1);
   EXPECT_EQ(world().diagnostics(), "too short packet .. \n");

@@ -5,8 +5,10 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <linux/sockios.h>
+#include <malloc.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -296,6 +298,11 @@ TEST_F(Interfaces, AnOldKernelsLoopbackMirrorsThePacketsBeforeTheBytesAreEstimat
   EXPECT_EQ(number("lo", 16), 15400);
 }
 
+TEST_F(Interfaces, ALoopbackMirrorsASinglePacket) {
+  EXPECT_EQ(init(std::string(kNewHeader) + "lo: 1 1 0 0 0 0 0 0 2 0 0 0 0 0 0 0\n"), 0);
+  EXPECT_EQ(number("lo", 17), 1);
+}
+
 TEST_F(Interfaces, TheLoopbacksMirrorLooksAtAll64Bits) {
   EXPECT_EQ(
       init(std::string(kNewHeader) + "lo: 1 4294967296 0 0 0 0 0 0 2 4294967296 0 0 0 0 0 0\n"), 0);
@@ -498,6 +505,59 @@ TEST_F(Interfaces, TheListIsBuiltAnewEveryTimeAndFreed) {
   EXPECT_EQ(interface_list, nullptr);
   EXPECT_EQ(netif_fina(), 0);
   EXPECT_TRUE(world().sockets.empty());
+}
+
+TEST_F(Interfaces, AnUnknownInterfaceAndAnUnknownColumnGiveMinusOne) {
+  ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  std::uint32_t value = 0;
+  EXPECT_EQ(netif_get("eth1", kIfInOctets, &value), -1);
+  EXPECT_EQ(netif_get("eth0", 9, &value), -1);
+}
+
+TEST_F(Interfaces, TheQuerySocketMayHaveTheNumberZero) {
+  world().next_fd = 0;
+  EXPECT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  EXPECT_EQ(names(), std::vector<std::string>{"eth|0"});
+}
+
+TEST_F(Interfaces, TheQuerySocketIsOfTheFamilysOwnProtocol) {
+  ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  EXPECT_EQ(socket_.protocol, 0);
+}
+
+TEST_F(Interfaces, TheFileIsClosed) {
+  const std::string path = world().path("/proc/net/dev");
+  ASSERT_EQ(init(kNewHeader), 0);
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    EXPECT_NE(std::filesystem::read_symlink(entry.path(), gone), path);
+  }
+}
+
+// A leak of the smallest kind would be 2000 blocks of 24 bytes.
+TEST_F(Interfaces, BuildingTheListOverAndOverDoesNotGrowTheHeap) {
+  world().recording = false;
+  ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  world().on_ioctl = nullptr;
+  const std::size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < 2000; i++) {
+    netif_init();
+  }
+  EXPECT_LT(mallinfo2().uordblks, before + 20000);
+}
+
+TEST_F(Interfaces, AnInterfaceWithoutMemoryForItsUnitIsFreed) {
+  world().recording = false;
+  ASSERT_EQ(init(std::string(kNewHeader) + "eth0: 1 2 3 4 5 6 7 8 9 10 11 12 13 14\n"), 0);
+  world().on_ioctl = nullptr;
+  netif_fina();
+  const std::size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < 2000; i++) {
+    good_strdups = 0;
+    netif_init();
+    EXPECT_EQ(interface_list, nullptr);
+  }
+  EXPECT_LT(mallinfo2().uordblks, before + 20000);
 }
 
 // The queries as the kernel answers them, on the one interface that every machine has.

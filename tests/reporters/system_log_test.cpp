@@ -315,6 +315,14 @@ TEST_F(SystemLog, ASourceSwitchedOffIsNotMarkedAndReportedOnceSwitchedOnAgain) {
   EXPECT_EQ(output, "2001-09-09 01:45:01s dnsmasq[7]: query\n");
 }
 
+TEST_F(SystemLog, ALineIsNotTakenForTheLongerOneBeforeIt) {
+  world().nvram["rcm_log_pppd"] = "0";
+  ring->put("0 0 d 00:00:01 h s a long way to pppd[1]: up\n");
+  ring->put("0 0 d 00:00:02 h s crond\n");
+  read_log();
+  EXPECT_EQ(output, "2001-09-09 01:45:02s crond\n");
+}
+
 TEST_F(SystemLog, EachSwitchStopsItsOwnSourceAndNoOther) {
   const std::vector<std::pair<std::string, std::string>> sources = {
       {"rcm_log_pppd", "pppd["},         {"rcm_log_modem", "modem["},
@@ -502,6 +510,12 @@ TEST_F(SystemLog, HeadersThatCannotBeYieldNoLines) {
     EXPECT_FALSE(ring_is_sound(walk));
   }
   EXPECT_EQ(world().readers, 0);
+}
+
+TEST_F(SystemLog, ARingOfOneByteIsSoundAndEmpty) {
+  use_ring(1);
+  EXPECT_TRUE(ring_is_sound(walk_ring(ring->segment(), ring->segment_bytes())));
+  EXPECT_EQ(read_log(), 0);
 }
 
 TEST_F(SystemLog, ASegmentTooSmallForItsHeaderYieldsNoLines) {

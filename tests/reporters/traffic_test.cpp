@@ -217,6 +217,15 @@ TEST_F(Traffic, ThePacketHoldsTheTotalsAndTheText) {
   EXPECT_EQ(context.tx_length, 72U);
 }
 
+TEST_F(Traffic, TheTextIsToldWithoutWhatAnOlderPacketLeftBehindIt) {
+  std::memset(context.tx_buf, '#', 8192);
+  sample("1", "2");
+  answer_everything();
+  rcm_trafficsender_func(&context);
+  EXPECT_THAT(world().diagnostics(), ::testing::HasSubstr("20010909014640,1,2\r\n"));
+  EXPECT_THAT(world().diagnostics(), ::testing::Not(::testing::HasSubstr("#")));
+}
+
 // DELIBERATE: `online` is not asked.
 TEST_F(Traffic, TheHourIsSentInEveryState) {
   answer_everything();

@@ -306,6 +306,16 @@ TEST_F(Downloads, AReusedSlotCountsItsRetriesFromZero) {
   EXPECT_EQ(download(33), kSuccess);
 }
 
+TEST_F(Downloads, AReusedSlotMayBeAskedForAgainTwentyTimes) {
+  serve(fake::pattern(33 * 1024));
+  answers = [](const fake::Datagram& sent) {
+    return sent.at_ms >= (fake::u16_at(sent.bytes, 36) < 32 ? 100000 : 300000);
+  };
+  EXPECT_EQ(download(33), kSuccess);
+  const std::vector<int> numbers = asked();
+  EXPECT_EQ(std::count(numbers.begin(), numbers.end(), 32), 21);
+}
+
 TEST_F(Downloads, AWaitErrorCountsAsSilence) {
   serve(fake::pattern(10));
   int waits = 0;

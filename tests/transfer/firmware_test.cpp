@@ -122,6 +122,10 @@ TEST_F(Firmware, TheFlashToolFindsTheWholeImageInPlace) {
   EXPECT_FALSE(world().exists(kFile));
 }
 
+TEST_F(Firmware, AGoodImageIsASuccess) {
+  EXPECT_EQ(do_rcm_download_firmware(&context, 2000, 2), 0);
+}
+
 TEST_F(Firmware, ADatagramWithoutANameIsDroppedUnanswered) {
   context.rx_length = 43;
   rcm_upgradecmd_func(&context);

@@ -330,6 +330,12 @@ TEST_F(Flash, TheLastBatchsDescriptorIsClosedASecondTime) {
   EXPECT_EQ(closes_of_closed, 1);
 }
 
+TEST_F(Flash, AFileWhoseDownloadFailedIsClosedASecondTime) {
+  answers = [](const fake::Datagram&) { return false; };
+  EXPECT_EQ(upgrade(trx_image(1000)), kPeerDead);
+  EXPECT_EQ(closes_of_closed, 1);
+}
+
 TEST_F(Flash, AFileThatFailedWhileOpenIsClosedOnce) {
   EXPECT_EQ(upgrade(Bytes(27, 'x')), kFailure);
   EXPECT_EQ(closes_of_closed, 0);

@@ -51,6 +51,13 @@ TEST_F(TrxImages, TwentySevenBytesHoldNoHeader) {
   EXPECT_EQ(world().diagnostics(), "");
 }
 
+TEST_F(TrxImages, AFailedReadCountsAsNoBytes) {
+  TrxHeader header{};
+  header.len = 2000;
+  EXPECT_FALSE(check_trx_image(-1, header));
+  EXPECT_EQ(world().diagnostics(), "Truncated file (actual 0 expect 996)\n");
+}
+
 TEST_F(TrxImages, AnImageOf1024BytesIsCompared) {
   Bytes image = trx_image(1024);
   EXPECT_TRUE(check(image));

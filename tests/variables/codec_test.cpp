@@ -2,6 +2,8 @@
 
 #include "tests/variables/kit.h"
 
+#include <algorithm>
+
 using namespace rcmd;
 using kit::text;
 
@@ -179,6 +181,36 @@ TEST_F(Codec, MoreNamesThanThereIsRoomForAreDropped) {
   EXPECT_EQ(get(names.back()), "<absent>");
   set_cgi(names[0].c_str(), "w");
   EXPECT_EQ(get(names[0]), "w");
+}
+
+// "osr" and "qjg" both belong into the last slot of the table; the second one goes to the first.
+TEST_F(Codec, TheTableGoesOnAtItsBeginning) {
+  std::string both = text("osr=1\0qjg=2\0");
+  std::string first = text("osr=3\0");
+  init_cgi(both.data(), static_cast<std::uint32_t>(both.size()));
+  EXPECT_EQ(get("osr"), "1");
+  EXPECT_EQ(get("qjg"), "2");
+  init_cgi(first.data(), static_cast<std::uint32_t>(first.size()));
+  EXPECT_EQ(get("osr"), "3");
+  EXPECT_EQ(get("qjg"), "<absent>");
+}
+
+// Names with an odd number of odd characters all belong into the slots with even numbers.
+TEST_F(Codec, NamesThatCrowdIntoHalfOfTheSlotsAreAllHeld) {
+  std::vector<std::string> names;
+  for (int i = 0; names.size() < 2500; i++) {
+    std::string name = "name" + std::to_string(i);
+    if (std::count_if(name.begin(), name.end(), [](char c) { return c % 2 != 0; }) % 2 != 0) {
+      names.push_back(std::move(name));
+    }
+  }
+  load("");
+  for (const std::string& name : names) {
+    set_cgi(name.c_str(), "v");
+  }
+  EXPECT_EQ(count_cgi(), 2500);
+  EXPECT_EQ(get(names.back()), "v");
+  EXPECT_EQ(get("absent"), "<absent>");
 }
 
 } // namespace

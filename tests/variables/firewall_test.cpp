@@ -2,6 +2,8 @@
 
 #include "tests/variables/kit.h"
 
+#include <malloc.h>
+
 using fake::world;
 using kit::Texts;
 
@@ -130,6 +132,17 @@ TEST_F(Firewall, WithoutMemoryForItsTextARuleHasNone) {
     good_reallocs = -1;
   }
   EXPECT_EQ(kit::read("firewall_access_rule0"), kAccess);
+}
+
+TEST_F(Firewall, ATextThatCannotGrowIsFreed) {
+  const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  kit::write("firewall_access_rule0", kAccess);
+  world().nvram["firewall_access0_indev"] = std::string(4 << 20, 'x');
+  const std::size_t before = in_use();
+  good_reallocs = 1;
+  EXPECT_EQ(kit::read("firewall_access_rule0"), "<null>");
+  good_reallocs = -1;
+  EXPECT_LT(in_use(), before + (1 << 20));
 }
 
 TEST_F(Firewall, AValueLongerThanAnyDatagramIsRefused) {

@@ -175,4 +175,11 @@ TEST_F(Leases, AToolThatFailsChangesNothing) {
   EXPECT_EQ(world().sent.size(), 2U);
 }
 
+TEST_F(Leases, AHostMayHaveANameOfOneCharacter) {
+  file(lease("001122334455", "0a000001", "00000000", "x"));
+  EXPECT_EQ(send(), 0);
+  EXPECT_EQ(kit::sent_records(),
+            (Texts{"lan_lease0=10.0.0.1,00:11:22:33:44:55,x,100", "lan_lease_maxunit=1"}));
+}
+
 } // namespace

@@ -348,6 +348,17 @@ TEST_F(WholeReports, TheStationsFollowOnlyWhereWirelessIsSupported) {
   EXPECT_EQ(kit::sent_records().back(), "wl0_sta_maxunit=0");
 }
 
+TEST_F(WholeReports, TheStationsTravelAsStatusToo) {
+  world().nvram["wifi_supported"] = "1";
+  world().on_wireless = [](const std::string&, int, void* buffer, int) {
+    std::memset(buffer, 0, 4);
+    return 0;
+  };
+  EXPECT_EQ(do_information_send(&context), 0);
+  ASSERT_EQ(kit::sent_records().back(), "wl0_sta_maxunit=0");
+  EXPECT_EQ(fake::type_of(world().sent.back().bytes), 4);
+}
+
 TEST_F(WholeReports, WhetherThereIsWirelessIsReadBehindTheLeases) {
   world().on_wireless = [](const std::string&, int, void* buffer, int) {
     std::memset(buffer, 0, 4);

@@ -2,6 +2,8 @@
 
 #include "tests/variables/kit.h"
 
+#include <malloc.h>
+
 using namespace rcmd;
 using fake::world;
 using kit::records_of;
@@ -191,6 +193,27 @@ TEST_F(Stations, AnUnacknowledgedPacketEndsTheList) {
     EXPECT_EQ(send(), -1);
     EXPECT_EQ(world().sent.size(), static_cast<std::size_t>(good));
   }
+}
+
+TEST_F(Stations, AnInterfacesNameIsCutTo63Characters) {
+  const std::string longest(63, 'n');
+  world().nvram["wl0_ifname"] = longest;
+  driver(0);
+  EXPECT_EQ(send(), 0);
+  world().nvram["wl0_ifname"] = longest + "name";
+  EXPECT_EQ(send(), 0);
+  EXPECT_EQ(names_, (Texts{longest, longest}));
+}
+
+TEST_F(Stations, AskingOverAndOverDoesNotGrowTheHeap) {
+  world().recording = false;
+  world().on_wireless = [](const std::string&, int, void*, int) { return -1; };
+  EXPECT_EQ(send(), -1);
+  const std::size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < 100; i++) { // of 1540 bytes each
+    send();
+  }
+  EXPECT_LT(mallinfo2().uordblks, before + 20000);
 }
 
 } // namespace

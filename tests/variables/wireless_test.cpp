@@ -199,4 +199,10 @@ TEST_F(Wireless, ARulesStatusIsTheLists) {
   EXPECT_EQ(wl_maclist_update(0), -3);
 }
 
+TEST_F(Wireless, ANinthRuleHasNoPlaceInTheList) {
+  world().nvram["wl0_macrule8"] = "66:77:88:99:AA:BB";
+  kit::write("wl_macrule0", "00:11:22:33:44:55");
+  EXPECT_EQ(world().nvram["wl0_maclist"], "00:11:22:33:44:55");
+}
+
 } // namespace
