@@ -647,6 +647,37 @@ TEST_F(Store, ALeftoverOfAnUnfinishedFileDoesNoHarm) {
   EXPECT_FALSE(std::filesystem::exists(folder() / "run/nvram.new"));
 }
 
+TEST_F(Store, ACommitThatCannotKeepTheImageBeforeItFailsAndLeavesThatImage) {
+  NvramStore store;
+  store.set("a", "1");
+  ASSERT_EQ(store.commit(), 0);
+  const std::string image = read("flash/nvram");
+  std::filesystem::create_directories(folder() / "flash/nvram.previous/in the way");
+  store.set("a", "2");
+  EXPECT_EQ(store.commit(), -1);
+  EXPECT_EQ(read("flash/nvram"), image);
+  EXPECT_FALSE(std::filesystem::exists(folder() / "flash/nvram.new"));
+}
+
+TEST_F(Store, ACommitThatCannotTakeTheWorkingCopysLockFails) {
+  NvramStore store;
+  store.set("a", "1");
+  std::filesystem::remove(folder() / "run/nvram.lock");
+  std::filesystem::create_directory(folder() / "run/nvram.lock");
+  EXPECT_EQ(store.commit(), -1);
+  EXPECT_FALSE(std::filesystem::exists(folder() / "flash/nvram"));
+}
+
+TEST_F(Store, AWorkingCopyThatCannotTakeItsPlaceIsRefusedWithoutALeftover) {
+  std::filesystem::create_directories(folder() / "run/nvram/in the way");
+  const int before = mappings();
+  NvramStore store;
+  EXPECT_EQ(store.set("a", "1"), -1);
+  EXPECT_EQ(store.get("a"), nullptr);
+  EXPECT_EQ(mappings(), before);
+  EXPECT_FALSE(std::filesystem::exists(folder() / "run/nvram.new"));
+}
+
 TEST_F(Store, TheThreeFunctionsOfTheInterfaceShareOneStore) {
   EXPECT_EQ(nvram_set("interface", "x"), 0);
   EXPECT_STREQ(nvram_get("interface"), "x");
