@@ -31,7 +31,7 @@ start_server() {
   rcm-server --bind 127.0.0.1 --db "$work/server.db" --keepalive-interval "$keepalive" \
     --keepalive-maxretries 3 "$@" >>"$work/server.log" 2>&1 &
   server_pid=$!
-  within 10 rcmctl devices >/dev/null || { echo "rcm-server does not answer"; exit 1; }
+  within 30 rcmctl devices >/dev/null || { echo "rcm-server does not answer"; exit 1; }
 }
 
 stop_server() {

@@ -24,7 +24,8 @@ struct Stat {
 /// /proc/PID/stat: "pid (program) state parent ..."; the processor's times are fields 14 and 15.
 Stat read_stat(const fs::path& folder) {
   std::ifstream file(folder / "stat");
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  std::string text;
+  std::getline(file, text); // nothing, when the process has just ended
   const auto open = text.find('(');
   const auto close = text.rfind(')');
   if (close == std::string::npos) {
