@@ -8,7 +8,7 @@ come past it, two at a time, each in a process, network, and System V IPC namesp
 its own. What can only be changed before the compiler sees it (tables, initialisers of constants)
 is sampled, one build each.
 """
-import argparse, collections, concurrent.futures, ctypes, fcntl, hashlib, json, os, re
+import argparse, collections, concurrent.futures, ctypes, fcntl, hashlib, json, math, os, re
 import resource, shutil, signal, socket, struct, subprocess, sys, time
 import clang.cindex as cindex
 from finder import Finder, Source
@@ -24,7 +24,6 @@ TREE, BUILD = WORK + "/tree", WORK + "/build"
 PLACES = ["/tmp", "/dev/shm"]
 AT_ONCE = 2
 MEMORY_BYTES = 4_000_000 * 1024
-SHORTEST_TIMEOUT_S = 5
 
 # Building ---------------------------------------------------------------------------------------
 
@@ -112,52 +111,77 @@ def enter_rooms_of_its_own():
     os.nice(10)
 
 
-def run_test(name, number, timeout_s, reached=None):
-    """@return whether it passed, and its seconds"""
+class Cost:
+    """What a run of a test takes, and from that, what it may take with a fault. A fault that runs
+    in circles shows in processor time, however busy the machine is; one that waits, in real
+    time."""
+
+    def __init__(self, real_s, processor_s):
+        self.real_s, self.processor_s = real_s, processor_s
+
+    def least(self, other):
+        return Cost(min(self.real_s, other.real_s), min(self.processor_s, other.processor_s))
+
+    def limits(self):
+        return max(20, 20 * self.real_s), max(3, math.ceil(5 * self.processor_s))
+
+
+def run_test(name, number, cost, reached=None):
+    """@return whether it passed, and its cost"""
+    real_limit_s, processor_limit_s = cost.limits()
     environment = {**os.environ, "RCMD_MUTANT": str(number)}
     if reached:
         environment["RCMD_MUTANTS_REACHED"] = reached
     command = ["unshare", "--ipc", "--pid", "--fork", "--kill-child", "--mount-proc",
                "sh", "-c", '"$0" "$@"; exit $?', f"{BUILD}/tests/{name}", "--gtest_brief=1",
                "--gtest_fail_fast"]
+
+    def limit():
+        resource.setrlimit(resource.RLIMIT_AS, (MEMORY_BYTES,) * 2)
+        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        resource.setrlimit(resource.RLIMIT_CPU, (processor_limit_s,) * 2)
+
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
     began = time.monotonic()
     try:
-        passed = subprocess.run(
-            command, env=environment, timeout=timeout_s, stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd="/tmp",
-            preexec_fn=lambda: (resource.setrlimit(resource.RLIMIT_AS, (MEMORY_BYTES,) * 2),
-                                resource.setrlimit(resource.RLIMIT_CORE, (0, 0))),
-        ).returncode == 0
+        passed = subprocess.run(command, env=environment, timeout=real_limit_s, cwd="/tmp",
+                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL, preexec_fn=limit).returncode == 0
     except subprocess.TimeoutExpired:
         passed = False
+    real_s = time.monotonic() - began
+    behind = resource.getrusage(resource.RUSAGE_CHILDREN)
     for path in [os.path.join(place, left) for place in PLACES for left in os.listdir(place)]:
         shutil.rmtree(path, ignore_errors=True) if os.path.isdir(path) else os.unlink(path)
-    return passed, time.monotonic() - began
+    processor_s = behind.ru_utime + behind.ru_stime - before.ru_utime - before.ru_stime
+    return passed, Cost(real_s, processor_s)
 
 
-def first_that_fails(tests, number, times):
+def first_that_fails(tests, number, costs):
     for name in tests:
-        if not run_test(name, number, max(SHORTEST_TIMEOUT_S, 5 * times[name]))[0]:
+        if not run_test(name, number, costs[name])[0]:
             return name
     return None
 
 
 def measure(pool, tests, count):
-    """@return each test's seconds, and the numbers of the faults that it comes past"""
-    times, past = {}, {}
-    jobs = {}
-    for name in tests:
-        path = f"{WORK}/reached.{name}"
-        with open(path, "wb") as file:
-            file.truncate(count + 1)
-        jobs[name] = pool.submit(run_test, name, 0, 300, path)
-    for name, job in jobs.items():
-        passed, times[name] = job.result()
-        if not passed:
-            sys.exit(f"{name} fails without any fault")
-        with open(f"{WORK}/reached.{name}", "rb") as file:
-            past[name] = {i for i, byte in enumerate(file.read()) if byte}
-    return times, past
+    """@return each test's cost, and the numbers of the faults that it comes past"""
+    costs, past = {}, {}
+    for _ in range(3):
+        jobs = {}
+        for name in tests:
+            path = f"{WORK}/reached.{name}"
+            with open(path, "wb") as file:
+                file.truncate(count + 1)
+            jobs[name] = pool.submit(run_test, name, 0, Cost(15, 60), path)
+        for name, job in jobs.items():
+            passed, cost = job.result()
+            costs[name] = cost.least(costs.get(name, cost))
+            if not passed:
+                sys.exit(f"{name} does not always pass without a fault")
+            with open(f"{WORK}/reached.{name}", "rb") as file:
+                past.setdefault(name, set()).update(i for i, byte in enumerate(file.read()) if byte)
+    return costs, past
 
 
 # Telling ----------------------------------------------------------------------------------------
@@ -275,31 +299,25 @@ def check(folders, arguments):
     print(f"built after {time.monotonic() - began:.0f} s", flush=True)
     pool = concurrent.futures.ProcessPoolExecutor(AT_ONCE, initializer=enter_rooms_of_its_own)
     try:
-        times, past = measure(pool, every_test, len(mutants))
-        print(" ".join(f"{n} {times[n]:.1f}" for n in every_test), flush=True)
-        for _ in range(2):
-            for name, job in {n: pool.submit(run_test, n, 0, 300) for n in every_test}.items():
-                passed, seconds = job.result()
-                times[name] = min(times[name], seconds)
-                if not passed:
-                    sys.exit(f"{name} does not always pass")
+        costs, past = measure(pool, every_test, len(mutants))
         jobs = {}
         for mutant in mutants:
             folder = next(f for f in folders if mutant.file.startswith(f + "/"))
-            who = sorted((t for t in tests[folder] if mutant.number in past[t]), key=times.get)
+            who = sorted((t for t in tests[folder] if mutant.number in past[t]), 
+                         key=lambda t: costs[t].real_s)
             if mutant.state == "dropped":
                 continue
             if not who:
                 mutant.state = "compiler" if mutant.constexpr else "unreached"
             elif chosen(mutant):
-                jobs[pool.submit(first_that_fails, who, mutant.number, times)] = mutant
+                jobs[pool.submit(first_that_fails, who, mutant.number, costs)] = mutant
         for done, job in enumerate(concurrent.futures.as_completed(jobs), 1):
             jobs[job].state = "killed" if job.result() else "survived"
             if jobs[job].state == "survived" and jobs[job].key not in equivalent:
                 show(jobs[job], sources)
             if done % 250 == 0:
                 print(f"{done} of {len(jobs)} after {time.monotonic() - began:.0f} s", flush=True)
-        check_alone(pool, alone, sources, tests, folders, arguments.alone, chosen, times)
+        check_alone(pool, alone, sources, tests, folders, arguments.alone, chosen, costs, equivalent)
     finally:
         pool.shutdown(cancel_futures=True)
     shown = [m for m in mutants + alone if chosen(m)]
@@ -307,7 +325,7 @@ def check(folders, arguments):
     print(f"\n{time.monotonic() - began:.0f} s")
 
 
-def check_alone(pool, alone, sources, tests, folders, limit, chosen, times):
+def check_alone(pool, alone, sources, tests, folders, limit, chosen, costs, equivalent):
     for folder in folders:
         here = [m for m in alone if m.file.startswith(folder + "/")]
         here.sort(key=lambda m: hashlib.sha256(m.key.encode()).hexdigest())
@@ -320,9 +338,9 @@ def check_alone(pool, alone, sources, tests, folders, limit, chosen, times):
             if result.returncode != 0:
                 mutant.state = "killed" if "static assertion" in result.stdout else "dropped"
             else:
-                jobs = [pool.submit(first_that_fails, [t], 0, times) for t in tests[folder]]
+                jobs = [pool.submit(first_that_fails, [t], 0, costs) for t in tests[folder]]
                 mutant.state = "killed" if any([j.result() for j in jobs]) else "survived"
-                if mutant.state == "survived":
+                if mutant.state == "survived" and mutant.key not in equivalent:
                     show(mutant, sources)
             sources[mutant.file].write()
 
