@@ -29,8 +29,8 @@ bool has_restarted(const Peer& peer, const Packet& packet, const Device& fresh, 
   if (packet.seq == 0 && peer.highest_seq != 0U) {
     return true;
   }
-  if (fresh.uptime >= since) {
-    return false; // it was up already when it last registered
+  if (fresh.uptime > since) { // whole seconds: equal ones may be a restart at once
+    return false;             // it was up already when it last registered
   }
   return packet.seq == 0 ? fresh.uptime + kUptimeSlack_s < peer.device.uptime + since
                          : fresh.uptime < peer.device.uptime;
@@ -41,7 +41,7 @@ bool is_repeated(const Peer& peer, const Packet& packet, const Device& fresh, Cl
   if (!std::ranges::equal(peer.registration, packet.bytes)) {
     return false;
   }
-  if (fresh.uptime >= now.unix_s - peer.device.registered) {
+  if (fresh.uptime > now.unix_s - peer.device.registered) {
     return true; // a device that started anew since then would not be up for so long
   }
   const bool restart_awaited =

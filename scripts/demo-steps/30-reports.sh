@@ -8,7 +8,7 @@ line_time_is_plausible() {
 }
 
 log_holds() {
-  rcmctl logs "$serial" --limit 1000 | grep -qF "$1"
+  grep -qF "$1" < <(rcmctl logs "$serial" --limit 1000)
 }
 
 log_lines_come_once() {

@@ -10,7 +10,7 @@ interval_is() {
 }
 
 backup_holds() {
-  tr '\0' '\n' <"$router_dir/dev/mtd/1" | grep -qx "jqa_reconnect_interval=$1"
+  grep -qx "jqa_reconnect_interval=$1" < <(tr '\0' '\n' <"$router_dir/dev/mtd/1")
 }
 
 deskmgr_is_in_datagram_mode() {

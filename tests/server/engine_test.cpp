@@ -261,6 +261,20 @@ TEST_F(Engines, ALateCopyOfARegistrationIsNoNewOne) {
   EXPECT_TRUE(events.empty());
 }
 
+// The bytes are the same: it was up for as long when it registered as when it registered before.
+TEST_F(Engines, ADeviceThatRestartsAsSoonAsItHasRegisteredIsRegisteredAnew) {
+  enrol(0, 60);
+  hear(kServerTime, 0, 0);
+  advance(60000);
+  events.clear();
+  hear(kRegister, 0, 0, registration(60, "1.0"));
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].bytes[7], '2');
+  ASSERT_NE(last_event<Registered>(), nullptr);
+  EXPECT_TRUE(last_event<Registered>()->restarted);
+  EXPECT_EQ(engine->device("SN0123456789")->registrations, 2);
+}
+
 TEST_F(Engines, ACopyThatTheNetworkMadeIsNotAnsweredASecondTime) {
   enrol();
   hear(kConf, 0, 1, bytes_of(std::string("\0\0\0\0a=1\0", 8)));

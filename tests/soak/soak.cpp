@@ -62,8 +62,9 @@ private:
   void send_all() {
     std::printf("%10s %10s %8s %8s %8s %8s %8s %8s %5s %5s\n", "datagrams", "answers", "per s",
                 "rss KiB", "pss", "dirty", "anon", "heap", "maps", "fds");
+    load_.ask_for_status();
     for (int tenth = 0; tenth <= 10; tenth++) {
-      while (load_.sent() < datagrams_ / 10 * tenth) {
+      while (load_.sent() < datagrams_ / 10 * tenth || (tenth == 1 && !is_warm())) {
         if (interrupted != 0 || Clock::now() - began_ > std::chrono::seconds(kLongest_s)) {
           throw std::runtime_error("stopped");
         }
@@ -79,6 +80,12 @@ private:
         warm_status_requests_ = status_requests_;
       }
     }
+  }
+
+  /// Whether the daemon has done once what it does only once, as opening the log.
+  [[nodiscard]] bool is_warm() const {
+    return load_.reports(server::kLog) > 0 && load_.reports(server::kGps) > 0 &&
+           load_.reports(server::kKeepalive) > 0;
   }
 
   void measure() {
@@ -137,9 +144,6 @@ private:
     expect(now_.descriptors <= warm_.descriptors, "descriptors have been left open");
     expect(dropped(soak::Port::kManagement) == 0 && dropped(soak::Port::kScantools) == 0,
            "datagrams were dropped, so that the daemon never saw them");
-    for (const server::Type type : {server::kLog, server::kGps, server::kKeepalive}) {
-      expect(load_.reports(type) > 0, "the device went without its own reports");
-    }
     return wrong;
   }
 
