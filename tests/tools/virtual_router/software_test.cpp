@@ -97,6 +97,20 @@ TEST_F(PretendSoftware, AHangupOfThePppDaemonRedials) {
   EXPECT_EQ(setting("wan0_uptime"), "9") << "one hangup, one redial";
 }
 
+TEST_F(PretendSoftware, EachDiallingGetsTheNextOfTheCarriersAddresses) {
+  WanLink link(programs, 100, 59998);
+  link.advance(101);
+  EXPECT_EQ(setting("wan0_ipaddr"), "10.64.239.250");
+  ASSERT_TRUE(programs.signal("pppd", 1));
+  link.advance(102);
+  EXPECT_EQ(setting("wan0_ipaddr"), "10.64.239.251");
+  fake::world().nvram["wan0_action"] = "stop";
+  link.advance(103);
+  fake::world().nvram["wan0_action"] = "start";
+  link.advance(104);
+  EXPECT_EQ(setting("wan0_ipaddr"), "10.64.0.2");
+}
+
 TEST_F(PretendSoftware, AStoppedProgramCannotBeSignalledAgain) {
   EXPECT_TRUE(programs.signal("bridge_led", 9));
   EXPECT_TRUE(programs.stopped("bridge_led"));

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <random>
 #include <thread>
 
 using namespace virtual_router;
@@ -19,7 +20,9 @@ constexpr std::chrono::milliseconds kPace(100);
 
 [[noreturn]] void play(const std::string& root, std::uint32_t lines_per_minute) {
   const Programs programs(root);
-  WanLink link(programs, system_uptime());
+  // A carrier gives another address at each boot.
+  WanLink link(programs, system_uptime(),
+               static_cast<std::uint16_t>(std::random_device()() % kLeases));
   Chatter chatter(root, lines_per_minute, system_uptime());
   bool was_up = link.up();
   std::int32_t shown_s = -1;

@@ -6,6 +6,7 @@ namespace virtual_router {
 
 namespace {
 
+constexpr std::uint16_t kLeasesPerNet = 250;
 constexpr std::int32_t kLongestLeap_s = 3600; // after a stopped clock the rest is not made up for
 
 /// A second's traffic: uneven, and the same on every run.
@@ -36,8 +37,15 @@ void WanLink::serve_action() {
   if (programs_.stopped("pppd"))
     up_ = false;
   const bool redialled = programs_.take_hangup("pppd");
-  if (up_ && (!was_up || redialled))
+  if (up_ && (!was_up || redialled)) {
     up_since_s_ = now_s_;
+    lease_ = static_cast<std::uint16_t>((lease_ + 1) % kLeases);
+  }
+}
+
+std::string WanLink::address() const {
+  return "10.64." + std::to_string(lease_ / kLeasesPerNet) + "." +
+         std::to_string(2 + lease_ % kLeasesPerNet);
 }
 
 void WanLink::advance(std::int32_t uptime_s) {
@@ -61,7 +69,7 @@ void WanLink::publish() const {
   publish_setting("wwan_rx_packets", std::to_string(received_.packets));
   publish_setting("wan0_status", up_ ? "up" : "down");
   publish_setting("wan0_uptime", std::to_string(up_ ? now_s_ - up_since_s_ : 0));
-  publish_setting("wan0_ipaddr", up_ ? "10.64.0.2" : "0.0.0.0");
+  publish_setting("wan0_ipaddr", up_ ? address() : "0.0.0.0");
   publish_setting("wan0_wwan_rssi", std::to_string(-70 - now_s_ / 5 % 9));
 }
 

@@ -6,6 +6,7 @@
 #include "tools/virtual-router/software/programs.h"
 
 #include <cstdint>
+#include <string>
 
 namespace virtual_router {
 
@@ -14,10 +15,14 @@ struct Traffic {
   std::uint32_t packets = 0;
 };
 
+constexpr std::uint16_t kLeases = 60000; ///< addresses that the carrier has
+
 class WanLink {
 public:
-  WanLink(const Programs& programs, std::int32_t uptime_s)
-      : programs_(programs), now_s_(uptime_s), up_since_s_(uptime_s) {}
+  /// @param lease  which of the carrier's addresses it gets, less than kLeases; each dialling gets
+  /// the next one
+  WanLink(const Programs& programs, std::int32_t uptime_s, std::uint16_t lease = 0)
+      : programs_(programs), now_s_(uptime_s), up_since_s_(uptime_s), lease_(lease) {}
 
   /// Brings the link to `uptime_s`: serves "wan0_action" ("start", "stop"; the key is taken away),
   /// grows the counters by the seconds that have passed, and publishes what has changed.
@@ -30,10 +35,12 @@ public:
 private:
   void serve_action();
   void publish() const;
+  [[nodiscard]] std::string address() const;
 
   const Programs& programs_;
   std::int32_t now_s_;
   std::int32_t up_since_s_;
+  std::uint16_t lease_;
   bool up_ = true;
   Traffic sent_;
   Traffic received_;
