@@ -102,6 +102,23 @@ TEST_F(FlashDescriptors, TheEraseBlockIsGivenBack) {
   EXPECT_LT(in_use(), before + (2 << 20));
 }
 
+TEST_F(FlashDescriptors, TheEraseBlockIsGivenBackWhenALaterBatchHasNoFile) {
+  const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::string download = world().path("/tmp/firmware.download");
+  world().mtd.erase_size = 4 << 20;
+  world().on_call = [&](const std::string& event) {
+    if (event.starts_with("diag start fragment=640")) {
+      std::filesystem::remove(download);
+      std::filesystem::create_directory(download);
+    }
+  };
+  const Bytes image = trx_image(640 * 1024 + 5);
+  const std::size_t before = in_use();
+  EXPECT_EQ(upgrade(image), kFailure);
+  EXPECT_EQ(world().mtd.erases, 1) << "the first batch is in flash";
+  EXPECT_LT(in_use(), before + (3 << 20));
+}
+
 TEST_F(FlashDescriptors, AShortWriteOfTheFirstBlockLeavesTheOthersAlone) {
   world().mtd.write_fails_at = 0;
   EXPECT_EQ(upgrade(trx_image(200000)), kFailure);
