@@ -10,7 +10,7 @@
 # Test code is built for a quick build: little optimised, with line numbers only, over one
 # precompiled header.
 add_library(test_flags INTERFACE)
-target_compile_options(test_flags INTERFACE -O1 -g1)
+target_compile_options(test_flags INTERFACE $<IF:$<BOOL:${RCMD_QUICK_BUILD}>,-O0,-O1> -g1)
 target_compile_definitions(test_flags INTERFACE
   PROGRAM_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" SOURCE_DIR="${CMAKE_SOURCE_DIR}")
 target_link_libraries(test_flags INTERFACE house_free GTest::gmock GTest::gtest Threads::Threads)

@@ -15,4 +15,7 @@ target_link_libraries(house_daemon INTERFACE house_warnings)
 add_library(house_free INTERFACE)
 target_compile_options(house_free INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread -Wno-restrict>)
+if(RCMD_QUICK_BUILD)
+  target_compile_options(house_free INTERFACE -O0)
+endif()
 target_link_libraries(house_free INTERFACE house_warnings)
