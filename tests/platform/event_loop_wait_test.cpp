@@ -247,6 +247,18 @@ TEST_F(LoopWaits, AnIntervalOfOneSecondIsOneSecond) {
   EXPECT_EQ(del_event(&alarm.timer), 0);
 }
 
+TEST_F(LoopWaits, ATimerBetweenTwoOthersIsCancelledAlone) {
+  const Alarm first(1);
+  Alarm second(2);
+  const Alarm third(3);
+  del_event(&second.timer);
+  now_ms += 3000;
+  pass(0);
+  EXPECT_EQ(first.fired, 1);
+  EXPECT_EQ(second.fired, 0);
+  EXPECT_EQ(third.fired, 1);
+}
+
 TEST_F(LoopWaits, DescriptorZeroMayBeWatched) {
   EXPECT_EQ(register_fd_desc(
                 0, [](FdDescriptor*) { return 0; }, nullptr),
@@ -331,6 +343,29 @@ TEST(Sockets, ClosingTellsWhetherThereWasSomethingToClose) {
   const int fd = net_socket(AF_UNIX, SOCK_DGRAM, 0);
   EXPECT_EQ(net_close(fd), 0);
   EXPECT_EQ(net_close(fd), -1);
+}
+
+TEST(Sockets, ADatagramsLengthIsTheResultOfItsSending) {
+  Pipe pipe(leave_it);
+  EXPECT_EQ(net_sendto(pipe.fd(), "abc", 3, 0, nullptr, 0), 3);
+}
+
+TEST(Sockets, ASendToAPeerThatHasGoneFailsAndEndsNoProcess) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  close(ends[1]);
+  EXPECT_EQ(net_sendto(ends[0], "abc", 3, 0, nullptr, 0), -1);
+  close(ends[0]);
+}
+
+TEST(Sockets, OptionsAndListeningTellWhetherTheyWorked) {
+  const int fd = net_socket(AF_INET, SOCK_STREAM, 0);
+  const int on = 1;
+  EXPECT_EQ(net_setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
+  EXPECT_EQ(net_listen(fd, 5), 0);
+  net_close(fd);
+  EXPECT_EQ(net_setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), -1);
+  EXPECT_EQ(net_listen(fd, 5), -1);
 }
 
 } // namespace

@@ -70,6 +70,27 @@ TEST_F(Machine, TheDeviceMayHaveBootedAtTheClocksBeginning) {
   EXPECT_GE(system_uptime(), now_ms() / 1000 * 60 - 60);
 }
 
+TEST_F(Machine, TimersFollowTheDevicesClock) {
+  const std::int64_t before = now_ms() * 60;
+  const std::int64_t timer = rcmd::timer_ms();
+  EXPECT_GE(timer, before);
+  EXPECT_LE(timer, now_ms() * 60);
+}
+
+TEST_F(Machine, ASpanOfTheDevicesClockIsRoundedUpToTheMachines) {
+  EXPECT_EQ(rcmd::machine_ms(0), 0);
+  EXPECT_EQ(rcmd::machine_ms(1), 1);
+  EXPECT_EQ(rcmd::machine_ms(120), 2);
+  EXPECT_EQ(rcmd::machine_ms(121), 3);
+}
+
+TEST_F(Machine, TheWallClockIsTheMachines) {
+  const std::int64_t before = std::time(nullptr);
+  const std::int64_t wall = wall_clock();
+  EXPECT_GE(wall, before);
+  EXPECT_LE(wall, std::time(nullptr));
+}
+
 TEST_F(Machine, TheWaitForTheRestartSleeps) {
   const pid_t child = start_child();
   if (child == 0) {

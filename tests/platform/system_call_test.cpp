@@ -1,13 +1,16 @@
 // What is asked of the C library, exactly: waits, pauses between two looks at a tool, and lookups.
 
 #include "platform/api/convert.h"
+#include "platform/api/files.h"
 #include "platform/api/process.h"
+#include "platform/api/system.h"
 #include "platform/api/wait.h"
 #include "tests/platform/device_fixture.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <malloc.h>
@@ -26,7 +29,8 @@ struct Poll {
 std::vector<Poll> polls;       // none of them waits
 std::vector<int> poll_results; // of the next ones; then 1
 std::vector<timespec> pauses;
-std::vector<addrinfo> lookups; // every one succeeds and finds nothing
+std::vector<int> pause_results; // of the next pauses, which are none; then they last their time
+std::vector<addrinfo> lookups;  // every one succeeds and finds nothing
 int freed = 0;
 
 } // namespace
@@ -51,6 +55,13 @@ int __real_nanosleep(const timespec* request, timespec* left);
 int __wrap_nanosleep(const timespec* request, timespec* left) {
   if (watching) {
     pauses.push_back(*request);
+    if (!pause_results.empty()) {
+      const int result = pause_results.front();
+      pause_results.erase(pause_results.begin());
+      errno = result < 0 ? EINTR : errno;
+      *left = {7, 8}; // what is left of an interrupted one
+      return result;
+    }
   }
   return __real_nanosleep(request, left);
 }
@@ -83,6 +94,7 @@ protected:
     polls.clear();
     poll_results.clear();
     pauses.clear();
+    pause_results.clear();
     lookups.clear();
     freed = 0;
   }
@@ -131,6 +143,34 @@ TEST_F(SystemCalls, AWaitForWhatIsNotOpenTellsSo) {
   EXPECT_EQ(errno, EBADF);
 }
 
+// The device's clock runs sixty times as fast in this program.
+TEST_F(SystemCalls, APauseOfTheDeviceIsASixtiethOfItsSeconds) {
+  pause_results = {0};
+  sleep_seconds(6);
+  pause_results = {0};
+  sleep_seconds(93);
+  ASSERT_EQ(pauses.size(), 2U);
+  EXPECT_EQ(pauses[0].tv_sec, 0);
+  EXPECT_EQ(pauses[0].tv_nsec, 100'000'000);
+  EXPECT_EQ(pauses[1].tv_sec, 1);
+  EXPECT_EQ(pauses[1].tv_nsec, 550'000'000);
+}
+
+TEST_F(SystemCalls, AnInterruptedPauseGoesOnForWhatIsLeft) {
+  pause_results = {-1, 0};
+  sleep_seconds(6);
+  ASSERT_EQ(pauses.size(), 2U);
+  EXPECT_EQ(pauses[1].tv_sec, 7);
+  EXPECT_EQ(pauses[1].tv_nsec, 8);
+}
+
+TEST_F(SystemCalls, AnInterruptionOfLongAgoDoesNotProlongAPause) {
+  pause_results = {0, 0};
+  errno = EINTR;
+  sleep_seconds(6);
+  EXPECT_EQ(pauses.size(), 1U);
+}
+
 TEST_F(SystemCalls, AToolWithATimeLimitIsLookedAtEveryTenMilliseconds) {
   make_tool("slow", "exec /bin/sleep 0.05");
   EXPECT_EQ(eval("slow", nullptr, 5), 0);
@@ -172,6 +212,59 @@ TEST_F(SystemCalls, WhatALookupFoundIsGivenBack) {
   in_addr address{};
   EXPECT_EQ(atoaddr("localhost", 0, &address), nullptr);
   EXPECT_EQ(freed, 1);
+}
+
+// Reading a stream
+// ---------------------------------------------------------------------------------
+
+/// What the next reads of the stream give: bytes, an error number, or its end.
+struct Piece {
+  std::string bytes;
+  int error = 0;
+};
+std::vector<Piece> pieces;
+
+ssize_t give(void*, char* place, std::size_t room) {
+  if (pieces.empty()) {
+    return 0;
+  }
+  const Piece piece = pieces.front();
+  pieces.erase(pieces.begin());
+  if (piece.error != 0) {
+    errno = piece.error;
+    return -1;
+  }
+  EXPECT_LE(piece.bytes.size(), room);
+  std::memcpy(place, piece.bytes.data(), piece.bytes.size());
+  return static_cast<ssize_t>(piece.bytes.size());
+}
+
+/// Reads records of two bytes. @return the bytes of those that came whole
+std::string read_records(std::vector<Piece> given, std::size_t count) {
+  pieces = std::move(given);
+  std::FILE* stream = fopencookie(nullptr, "r", {give, nullptr, nullptr, nullptr});
+  std::string place(2 * count + 2, '.');
+  const std::size_t read = safe_fread(place.data(), 2, count, stream);
+  std::fclose(stream);
+  EXPECT_EQ(place.substr(2 * count), "..");
+  return place.substr(0, 2 * read);
+}
+
+TEST(Streams, AreReadOnAfterASignal) {
+  EXPECT_EQ(read_records({{"ab"}, {"", EINTR}, {"cd"}, {"", EINTR}, {"ef"}}, 3), "abcdef");
+}
+
+TEST(Streams, GiveNoMoreThanIsAskedFor) {
+  EXPECT_EQ(read_records({{"ab"}, {"cd"}}, 1), "ab");
+}
+
+TEST(Streams, EndAtTheirEnd) {
+  EXPECT_EQ(read_records({{"ab"}}, 3), "ab");
+  EXPECT_EQ(read_records({{"ab"}, {"", EINTR}}, 3), "ab");
+}
+
+TEST(Streams, EndAtAnyOtherError) {
+  EXPECT_EQ(read_records({{"ab"}, {"", EIO}, {"cd"}}, 3), "ab");
 }
 
 } // namespace
