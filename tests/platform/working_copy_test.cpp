@@ -109,6 +109,7 @@ TEST_F(Copy, ARemovedNameIsRemovedOverOldBytesToo) {
   EXPECT_EQ(copy_.next(&position), nullptr);
   EXPECT_TRUE(put("abc", "3"));
   EXPECT_EQ(find("abc"), "3");
+  EXPECT_EQ(word(20), 2U) << "in the slot that it had: two are taken";
 }
 
 } // namespace
